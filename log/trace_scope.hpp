@@ -1,0 +1,77 @@
+// trace_scope.hpp - frames a function in the trace: entry point at construction, and exactly one
+// end, leave() with the exit point or fail() with the failing point. Trace points are written as
+// whole literals, so that a point found in a ring is found in the source.
+//
+// Levels: 0 failure, 1 entry and exit, 2 detail. A null handle writes nothing; errno is kept.
+#pragma once
+
+#include <cassert>
+#include <cstdint>
+#include <string_view>
+
+#include "trace.h"
+
+namespace ovrmail::log {
+
+inline constexpr std::uint32_t kLevelFailure = 0;
+inline constexpr std::uint32_t kLevelFrame = 1;
+inline constexpr std::uint32_t kLevelDetail = 2;
+
+class TraceScope {
+public:
+    TraceScope(const char* entry, const char* exit, TraceHandle* trace = g_trace) noexcept
+        : trace_(trace), exit_(exit) {
+        write(kLevelFrame, entry);
+    }
+    TraceScope(const TraceScope&) = delete;
+    TraceScope& operator=(const TraceScope&) = delete;
+    ~TraceScope() { assert(ended_ && "a return was not traced"); }
+
+    // Ends the frame: exit point with the result, which is handed back.
+    std::int32_t leave(std::int32_t result) noexcept {
+        ended_ = true;
+        write(kLevelFrame, exit_, &result, sizeof result);
+        return result;
+    }
+    void leave() noexcept {
+        ended_ = true;
+        write(kLevelFrame, exit_);
+    }
+
+    // Ends the frame: failing point with the result, or with another word that tells more.
+    std::int32_t fail(const char* point, std::int32_t result) noexcept {
+        ended_ = true;
+        return mark(point, result), result;
+    }
+    std::int32_t fail(const char* point, std::int32_t result, std::uint32_t word) noexcept {
+        ended_ = true;
+        write(kLevelFailure, point, &word, sizeof word);
+        return result;
+    }
+
+    // A failure that does not end the function.
+    void mark(const char* point, std::int32_t value) noexcept {
+        write(kLevelFailure, point, &value, sizeof value);
+    }
+
+    // Detail.
+    void note(const char* point) noexcept { write(kLevelDetail, point); }
+    void note(const char* point, std::int32_t value) noexcept {
+        write(kLevelDetail, point, &value, sizeof value);
+    }
+    void note(const char* point, std::string_view bytes) noexcept {
+        write(kLevelDetail, point, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    }
+
+private:
+    void write(std::uint32_t level, const char* point, const void* data = nullptr,
+               std::uint32_t length = 0) noexcept {
+        if (trace_ != nullptr) Twrite(trace_, level, point, data, length);
+    }
+
+    TraceHandle* trace_;
+    const char* exit_;
+    bool ended_ = false;
+};
+
+}  // namespace ovrmail::log
