@@ -40,7 +40,7 @@ public:
     // A close interrupted by a signal has closed on Linux: it is never repeated.
     void reset(int fd = -1) noexcept {
         const ErrnoKeeper keep;
-        if (fd_ >= 0) ::close(fd_);
+        if (fd_ >= 0) ::close(fd_);  // allow: this is the owner
         fd_ = fd;
     }
 

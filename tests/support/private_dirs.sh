@@ -14,6 +14,13 @@ done
 mkdir -p /etc/opt/Quorvin /var/opt/Quorvin/tmp /var/opt/Quorvin/tmp2 /var/opt/Quorvin/log
 OVRMAIL_PRIVATE_DIRS=1 exec "$@"'
 
+case $(realpath "$(command -v "$1")") in
+/opt/* | /etc/opt/* | /var/opt/*)
+    echo "private_dirs: $1 lies where the private directories go; skipped" >&2
+    exit 77
+    ;;
+esac
+
 if [ "${OVRMAIL_PRIVATE_DIRS:-}" = 1 ]; then
     exec "$@"
 elif [ "$(id -u)" = 0 ] && unshare --mount true 2>/dev/null; then

@@ -1,0 +1,112 @@
+#!/bin/bash
+# install_packages.sh GROUP... - installs the Debian packages of the named groups that are missing,
+# as root or through sudo, without a question. The mail servers of group "e2e" are installed but
+# neither configured, started nor enabled: the tests run instances of their own.
+# Exit status 0 when every package is there; else 1, with the reason and the command to run by hand.
+set -euo pipefail
+
+declare -A groups=(
+    [build]="g++ cmake make"
+    [test]="g++ cmake make binutils libgtest-dev locales python3 util-linux"
+    [check]="clang-format clang-tidy git shellcheck"
+    [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd python3-gi gir1.2-gmime-3.0
+           mpack openssl strace locales"
+    [demo]="g++ cmake make python3"
+    [m32]="g++-multilib"
+    [clang]="clang"
+    [abi]="abigail-tools"
+)
+
+usage() {
+    echo "usage: install_packages.sh GROUP...   groups: ${!groups[*]}" >&2
+    exit 2
+}
+
+fail() {
+    echo "install_packages: $1" >&2
+    echo "install_packages: by hand: apt-get install --no-install-recommends ${missing[*]}" >&2
+    exit 1
+}
+
+is_installed() {
+    [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Sets missing[] to the packages of the groups that are not installed, each once.
+find_missing() {
+    local group package
+    local -A seen=()
+    missing=()
+    for group in "$@"; do
+        [ -n "${groups[$group]:-}" ] || usage
+        for package in ${groups[$group]}; do
+            [ -z "${seen[$package]:-}" ] || continue
+            seen[$package]=1
+            is_installed "$package" || missing+=("$package")
+        done
+    done
+}
+
+# While packages are set up, no service may start: policy-rc.d says so, and what was there before
+# comes back afterwards.
+policy=/usr/sbin/policy-rc.d
+forbid_services() {
+    if [ -e "$policy" ] || [ -L "$policy" ]; then
+        "${as_root[@]}" mv "$policy" "$policy.ovrmail"
+    fi
+    trap restore_services EXIT
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+    "${as_root[@]}" chmod 755 "$policy"
+}
+restore_services() {
+    "${as_root[@]}" rm -f "$policy"
+    if [ -e "$policy.ovrmail" ] || [ -L "$policy.ovrmail" ]; then
+        "${as_root[@]}" mv "$policy.ovrmail" "$policy"
+    fi
+}
+
+# A package enables its service for the next boot; the tests start their own instances instead.
+disable_new_servers() {
+    local package unit
+    command -v deb-systemd-helper >/dev/null || return 0
+    for package in "${missing[@]}"; do
+        case $package in
+            postfix) unit=(postfix.service) ;;
+            dovecot-core) unit=(dovecot.service dovecot.socket) ;;
+            *) continue ;;
+        esac
+        "${as_root[@]}" env DPKG_MAINTSCRIPT_PACKAGE="$package" \
+            deb-systemd-helper disable "${unit[@]}" >/dev/null 2>&1 || :
+    done
+}
+
+apt() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 \
+        -o Dpkg::Use-Pty=0 "$@" </dev/null
+}
+
+[ $# -gt 0 ] || usage
+find_missing "$@"
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+command -v apt-get >/dev/null || fail "this is no Debian system (no apt-get); missing: ${missing[*]}"
+if [ "$(id -u)" = 0 ]; then
+    as_root=()
+elif command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+    as_root=(sudo -n)
+else
+    fail "neither root nor sudo without a password; missing: ${missing[*]}"
+fi
+
+echo "install_packages: installing ${missing[*]}"
+apt update || fail "apt-get update failed"
+# --no-remove: a mail server that the machine already has is never thrown out for ours.
+if [[ " ${missing[*]} " = *" postfix "* ]]; then
+    echo "postfix postfix/main_mailer_type select No configuration" |
+        "${as_root[@]}" debconf-set-selections || fail "debconf-set-selections failed"
+fi
+forbid_services
+apt install --no-install-recommends --no-remove "${missing[@]}" || fail "apt-get install failed"
+disable_new_servers
+find_missing "$@"
+[ ${#missing[@]} -eq 0 ] || fail "still missing: ${missing[*]}"

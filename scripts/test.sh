@@ -1,0 +1,26 @@
+#!/bin/bash
+# test.sh [CTEST-OPTION...] - installs what is missing, builds the library as shipped, with
+# sanitizers and for debugging, and runs every test twice: under AddressSanitizer and UBSan, then
+# plain. The last lines are ctest's; the exit status is 0 only when both runs passed.
+# Options go to both runs of ctest, for example: scripts/test.sh -R smtp
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install_packages.sh build test e2e
+if command -v ccache >/dev/null; then
+    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+jobs=$(nproc)
+
+for preset in release asan dev; do
+    echo "== build: $preset"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" --parallel "$jobs"
+done
+
+status=0
+for preset in asan dev; do
+    echo "== tests: $preset"
+    ctest --preset "$preset" --parallel "$jobs" --no-tests=error "$@" </dev/null || status=1
+done
+exit $status
