@@ -1,0 +1,110 @@
+// mail_log_rotate.cpp - MailLogOpen: the log file of this process, continued or begun anew.
+//
+// A file within 500 bytes of its limit is moved to generation 1 (name and a "1") at the next
+// opening, older generations one further. Rotation and pruning happen here only, so that the lines
+// of one call stay in one file.
+#include <unistd.h>
+
+#include <cstring>
+#include <span>
+
+#include "common/heap.hpp"
+#include "common/paths.hpp"
+#include "common/text.hpp"
+#include "file_util.h"
+#include "log/directories.hpp"
+#include "log/mail_log_handle.hpp"
+#include "mail_log.h"
+#include "profile.h"
+#include "trace.h"
+
+namespace ovrmail::log {
+namespace {
+
+constexpr const char* kPrefix = "rmsmtp";
+constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
+constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
+constexpr std::int32_t kAppend = 0;            // modes of FileOpen2
+constexpr std::int32_t kTruncate = 1;
+
+// A setting of the section "LOG": a value outside its range counts as the default.
+struct Setting {
+    const char* key;
+    std::uint32_t lowest;
+    std::uint32_t highest;
+    std::uint32_t fallback;
+    bool zero_allowed;
+};
+constexpr Setting kSize{"LOGSIZE", 10, 100, 20, false};
+constexpr Setting kNumber{"LOGNUM", 5, 100, 20, true};
+
+std::uint32_t read_setting(MailProfile* profile, const Setting& setting) noexcept {
+    if (profile == nullptr) return setting.fallback;
+    const auto value = static_cast<std::uint32_t>(Com_GetPrivateProfileInt(
+        profile, "LOG", setting.key, static_cast<std::int32_t>(setting.fallback),
+        common::paths::kTraceConfig));
+    if (value == 0 && setting.zero_allowed) return value;
+    return value >= setting.lowest && value <= setting.highest ? value : setting.fallback;
+}
+
+void read_settings(MailLogHandle& log) noexcept {
+    MailProfile* const profile = Com_OpenPrivateProfile(common::paths::kTraceConfig, 0);
+    log.size_kb = read_setting(profile, kSize);
+    log.number = read_setting(profile, kNumber);
+    if (profile != nullptr) (void)Com_ClosePrivateProfile(profile, nullptr);
+}
+
+using Path = std::array<char, 1028 + 12>;
+
+Path generation(const MailLogHandle& log, std::uint32_t n) noexcept {
+    Path path{};
+    (void)common::format_into(path, "%s%d", log.path.data(), static_cast<int>(n));
+    return path;
+}
+
+// Moves every generation one up, the last one out, and the current file to generation 1.
+void rotate(const MailLogHandle& log) noexcept {
+    if (common::bounded(log.path).size() >= kLongestRotated) {
+        (void)FileDelete(log.path.data());
+        return;
+    }
+    for (std::uint32_t n = log.number - 2; n >= 1; --n) {
+        const Path from = generation(log, n);
+        if (FileSize_Name(from.data()) < 0) continue;
+        (void)RenameFile(from.data(), generation(log, n + 1).data());
+    }
+    (void)RenameFile(log.path.data(), generation(log, 1).data());
+}
+
+bool open_file(MailLogHandle& log) noexcept {
+    const DirectoryName directory = log_directory();
+    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kPrefix,
+                              static_cast<int>(::getpid()));
+    auto keep = static_cast<std::int32_t>(log.number);
+    std::int32_t mode = kTruncate;
+    const std::int32_t size = FileSize_Name(log.path.data());
+    if (size >= 0 && size < static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin) {
+        ++keep;  // the continued file is among those that stay
+        mode = kAppend;
+    } else if (size >= 0) {
+        rotate(log);
+    }
+    (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
+    log.fd = FileOpen2(log.path.data(), mode);
+    return log.fd >= 0;
+}
+
+}  // namespace
+}  // namespace ovrmail::log
+
+using namespace ovrmail;
+
+MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
+    common::HeapPtr<MailLogHandle> log(
+        static_cast<MailLogHandle*>(std::calloc(1, sizeof(MailLogHandle))));
+    if (log == nullptr) return nullptr;
+    log::read_settings(*log);
+    if (log->number == 0 || !log::open_file(*log)) return nullptr;
+    log::write_opening_banner(*log);
+    return log.release();
+}

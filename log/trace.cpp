@@ -1,0 +1,214 @@
+// trace.cpp - opens and closes trace rings; see trace.h and trace_handle.hpp.
+//
+// Every public call opens a ring of its own at its start and closes it at its end. Opening copies
+// the ring through a temporary file beside it: that gives the file its full size on the disk, so
+// that later writes into the mapping cannot meet a full disk (which would be a SIGBUS).
+// Owns g_trace (ring of the send in progress) and g_cs (serialises record writing).
+#include "trace.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <span>
+
+#include "common/heap.hpp"
+#include "common/retry.hpp"
+#include "common/text.hpp"
+#include "common/unique_fd.hpp"
+#include "log/trace_handle.hpp"
+
+TraceHandle* g_trace = nullptr;
+pthread_mutex_t g_cs = PTHREAD_MUTEX_INITIALIZER;
+
+namespace ovrmail::log {
+namespace {
+
+using common::kNoLimit;
+using common::retry_eintr;
+using common::UniqueFd;
+
+constexpr mode_t kFileMode = 0644;
+constexpr int kNameAttempts = 100;
+constexpr std::size_t kCopyBlock = std::size_t{32} * 1024;
+
+struct RingFile {
+    UniqueFd fd;
+    bool is_new = false;
+    std::uint64_t length = 0;
+};
+
+bool open_ring_file(const char* path, RingFile& file) noexcept {
+    file.fd.reset(retry_eintr(kNoLimit, [&] { return ::open(path, O_RDWR | O_CLOEXEC); }));
+    mode_t mode = 0;
+    if (file.fd.valid()) {
+        struct stat status {};
+        if (::fstat(file.fd.get(), &status) != 0) return false;
+        file.length = static_cast<std::uint64_t>(status.st_size);
+        file.is_new = file.length < kRingStart;
+        mode = status.st_mode & 07777;
+    } else {
+        file.fd.reset(retry_eintr(
+            kNoLimit, [&] { return ::open(path, O_RDWR | O_CREAT | O_CLOEXEC, kFileMode); }));
+        if (!file.fd.valid()) return false;
+        file.is_new = true;
+    }
+    if (mode != kFileMode) (void)::fchmod(file.fd.get(), kFileMode);
+    return true;
+}
+
+// The next multiple of 8 KiB strictly above the request.
+// Kept: a request that is a multiple already grows as well; readers of old rings rely on it.
+constexpr std::uint64_t rounded_ring_bytes(std::uint32_t size_kb) noexcept {
+    return (std::uint64_t{size_kb} * 1024 / kRingUnit + 1) * kRingUnit;
+}
+
+// A named file beside the ring, gone at the latest with this object.
+class TemporaryFile {
+public:
+    TemporaryFile() noexcept = default;
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() {
+        const common::ErrnoKeeper keep;
+        if (fd_.valid()) ::unlink(name_.data());
+    }
+
+    [[nodiscard]] bool create(const char* ring_path) noexcept {
+        const char* const slash = std::strrchr(ring_path, '/');
+        const int directory = slash != nullptr ? static_cast<int>(slash + 1 - ring_path) : 2;
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        auto salt = static_cast<unsigned>(now.tv_nsec) ^ static_cast<unsigned>(::gettid()) << 12;
+        for (int attempt = 0; attempt < kNameAttempts; ++attempt, salt += 7919) {
+            if (common::format_into(name_, "%.*strc%08x", directory,
+                                    slash != nullptr ? ring_path : "./", salt) < 0)
+                return false;
+            fd_.reset(retry_eintr(kNoLimit, [&] {
+                return ::open(name_.data(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+            }));
+            if (fd_.valid() || errno != EEXIST) return fd_.valid();
+        }
+        return false;
+    }
+
+    [[nodiscard]] bool remove() noexcept {
+        const bool closed = ::close(fd_.release()) == 0;
+        return (::unlink(name_.data()) == 0) && closed;
+    }
+
+    [[nodiscard]] int fd() const noexcept { return fd_.get(); }
+
+private:
+    UniqueFd fd_;
+    std::array<char, PATH_MAX + 16> name_{};
+};
+
+// Reads the block at `offset` of a file of `length` bytes; what the file lacks becomes zero.
+bool load_block(int fd, std::uint64_t offset, std::uint64_t length,
+                std::span<char> block) noexcept {
+    const std::size_t there =
+        offset < length ? std::min<std::uint64_t>(block.size(), length - offset) : 0;
+    std::size_t filled = 0;
+    while (filled < there) {
+        const ssize_t got = retry_eintr(kNoLimit, [&] {
+            return ::pread(fd, block.data() + filled, there - filled,
+                           static_cast<off_t>(offset + filled));
+        });
+        if (got < 0) return false;
+        if (got == 0) break;
+        filled += static_cast<std::size_t>(got);
+    }
+    std::memset(block.data() + filled, 0, block.size() - filled);
+    return true;
+}
+
+bool store_block(int fd, std::uint64_t offset, std::span<const char> block) noexcept {
+    const ssize_t put = retry_eintr(kNoLimit, [&] {
+        return ::pwrite(fd, block.data(), block.size(), static_cast<off_t>(offset));
+    });
+    return put == static_cast<ssize_t>(block.size());
+}
+
+// Copies the ring into a temporary file and back, padding it with zeros to its full size.
+bool settle_ring(const RingFile& file, std::uint64_t bytes, const char* path) noexcept {
+    TemporaryFile temporary;
+    if (!temporary.create(path)) return false;
+    std::array<char, kCopyBlock> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    const std::span<char> block(buffer.data(), std::min<std::uint64_t>(bytes, buffer.size()));
+    for (std::uint64_t at = 0; at < bytes; at += block.size()) {
+        const auto part = block.first(std::min<std::uint64_t>(block.size(), bytes - at));
+        if (!load_block(file.fd.get(), at, file.length, part)) return false;
+        if (!store_block(temporary.fd(), at, part)) return false;
+    }
+    const bool still_in_block = bytes == block.size();
+    for (std::uint64_t at = 0; at < bytes; at += block.size()) {
+        const auto part = block.first(std::min<std::uint64_t>(block.size(), bytes - at));
+        if (!still_in_block && !load_block(temporary.fd(), at, bytes, part)) return false;
+        if (!store_block(file.fd.get(), at, part)) return false;
+    }
+    return temporary.remove();
+}
+
+void settle_offset(const RingFile& file, unsigned char* mapping, std::size_t bytes) noexcept {
+    std::uint32_t offset = 0;
+    std::memcpy(&offset, mapping, sizeof offset);
+    if (!file.is_new && file.length <= bytes && is_ring_offset(offset, bytes)) return;
+    std::memcpy(mapping, &kRingStart, sizeof kRingStart);
+}
+
+bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) noexcept {
+    const std::uint64_t bytes = rounded_ring_bytes(size_kb);
+    if (bytes > UINT32_MAX) {  // its offsets would not fit the header
+        errno = EFBIG;
+        return false;
+    }
+    RingFile file;
+    if (!open_ring_file(path, file) || !settle_ring(file, bytes, path)) return false;
+    void* const mapping =
+        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
+    if (mapping == MAP_FAILED) return false;
+    trace.mapping = static_cast<unsigned char*>(mapping);
+    trace.size_kb = static_cast<std::uint32_t>(bytes / 1024);
+    settle_offset(file, trace.mapping, bytes);
+    trace.fd = file.fd.release();
+    return true;
+}
+
+}  // namespace
+}  // namespace ovrmail::log
+
+using namespace ovrmail;
+
+TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level) noexcept {
+    common::HeapPtr<TraceHandle> trace(
+        static_cast<TraceHandle*>(std::calloc(1, sizeof(TraceHandle))));
+    if (trace == nullptr) return nullptr;
+    ::pthread_mutex_init(&g_cs, nullptr);
+    trace->level = level;
+    if (level == 0 || size_kb == 0) return trace.release();
+    if (path == nullptr || !log::attach_file(*trace, path, size_kb)) {
+        ::pthread_mutex_destroy(&g_cs);
+        return nullptr;
+    }
+    return trace.release();
+}
+
+std::int32_t Tclose(TraceHandle* trace) noexcept {
+    const common::HeapPtr<TraceHandle> owner(trace);
+    if (trace == nullptr) return -1;
+    bool ended = true;
+    if (trace->has_file()) {
+        ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
+        ended = (::close(trace->fd) == 0) && ended;
+    }
+    ::pthread_mutex_destroy(&g_cs);
+    return ended ? 0 : -1;
+}
