@@ -1,0 +1,89 @@
+// pop_before_smtp.cpp - log in to a POP3 server and out again, for servers that take mail only
+// from hosts that have just read their mailbox.
+//
+// Runs while the authentication option is examined, long before the SMTP connection.
+#include <sys/select.h>
+
+#include <cstdint>
+
+#include "common/retry.hpp"
+#include "common/text.hpp"
+#include "common/unique_fd.hpp"
+#include "mailapi/result_map.hpp"
+#include "mailapi/steps.hpp"
+#include "pop3.h"
+
+namespace ovrmail::mailapi {
+namespace {
+
+constexpr std::int32_t kWaitMaxMs = 3600000;
+constexpr std::uint32_t kTimeOutDefault = 60;
+constexpr std::uint32_t kTimeOutMax = 3600;
+
+// Codes of the POP3 layer that have a result of their own; any other failure is a refusal.
+constexpr std::int32_t kPopSystem = -1;
+constexpr std::int32_t kPopTimeOut = -17;
+
+bool is_valid(const MailPopAccount& account) noexcept {
+    const std::size_t user = common::bounded(account.szUser).size();
+    const std::size_t password = common::bounded(account.szPassword).size();
+    const std::size_t host = common::bounded(account.szHost).size();
+    return user >= 1 && user < sizeof account.szUser && password < sizeof account.szPassword &&
+           host >= 1 && host < sizeof account.szHost && account.lWaitMs >= 0 &&
+           account.lWaitMs <= kWaitMaxMs;
+}
+
+// A refusal leaves the server's reply, which the POP3 layer put into the detail buffer.
+std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
+                         std::uint32_t err) noexcept {
+    if (code == kPopTimeOut) return MAIL_E_POP_TIMEOUT;
+    if (code != kPopSystem) return MAIL_E_POP_REFUSED;
+    detail_number(detail, err);
+    return MAIL_E_POP_SYSTEM;
+}
+
+// An interrupted select leaves in `rest` what is still to be waited for.
+void wait_ms(std::int32_t ms) noexcept {
+    if (ms == 0) return;
+    timeval rest{ms / 1000, ms % 1000 * 1000};
+    common::retry_eintr(common::kNoLimit,
+                        [&] { return ::select(0, nullptr, nullptr, nullptr, &rest); });
+}
+
+// The POP3 session; the connection ends with it.
+std::int32_t run_session(const MailPopAccount& account, std::span<char, kDetailSize> detail,
+                         log::TraceScope& trace) noexcept {
+    std::uint32_t err = 0;
+    const common::UniqueFd sock(Pop3_Connect(account.szHost, account.ulPort, &err, g_trace));
+    if (!sock.valid()) {
+        detail_number(detail, err);
+        return trace.fail("BEFORE0020", MAIL_E_POP_CONNECT, err);
+    }
+    std::int32_t rc =
+        Pop3_Login(sock.get(), account.szUser, account.szPassword, detail.data(), &err, g_trace);
+    if (rc < 0) return trace.fail("BEFORE0030", map_failure(rc, detail, err), err);
+    rc = Pop3_STAT(sock.get(), detail.data(), &err, g_trace);
+    if (rc < 0) return trace.fail("BEFORE0040", map_failure(rc, detail, err), err);
+    rc = Pop3_Logout(sock.get(), detail.data(), &err, g_trace);
+    if (rc < 0) {
+        trace.mark("BEFORE0050", rc);
+        detail[0] = '\0';
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::int32_t pop_before_smtp(const MailPopAccount& account,
+                             std::span<char, kDetailSize> detail) noexcept {
+    log::TraceScope trace("BEFORE0000", "BEFOREFFFF");
+    if (!is_valid(account)) return trace.fail("BEFORE0010", MAIL_E_ARGUMENT);
+    const std::uint32_t seconds = account.usTimeOut;
+    const bool in_range = seconds >= kTimeOutDefault && seconds <= kTimeOutMax;
+    Pop3_SetTimeOut(in_range ? seconds : kTimeOutDefault, g_trace);
+    if (const std::int32_t rc = run_session(account, detail, trace); rc != 0) return rc;
+    wait_ms(account.lWaitMs);
+    return trace.leave(0);
+}
+
+}  // namespace ovrmail::mailapi

@@ -1,0 +1,73 @@
+// send_entry.cpp - OvRm_SendEMail: one send at a time, inside a trace ring and a mail log of its
+// own.
+//
+// Owns the busy flag, and for the length of a call g_trace and g_pLogHandle.
+#include <array>
+
+#include "common/paths.hpp"
+#include "common/text.hpp"
+#include "log/trace_scope.hpp"
+#include "mail_api.h"
+#include "mail_log.h"
+#include "mailapi/work_file.hpp"
+
+namespace ovrmail::mailapi {
+namespace {
+
+constexpr const char* kTraceName = "acert";
+
+// A plain integer: it keeps a second call out while one runs; two threads that enter at the very
+// same moment are for the caller to keep apart.
+std::int32_t g_busy = 0;
+
+TraceHandle* open_trace() noexcept {
+    std::int32_t size_kb = 5;
+    std::int32_t level = 1;
+    std::int32_t number = 5;
+    GetTraceInfo("ACERT", 0, &size_kb, &level, &number);
+    DeleteOldFiles(0, kTraceName, number, static_cast<std::uint32_t>(level));
+    std::array<char, kPathSize> path{};
+    MakeTraceFileName(path.data(), 0, kTraceName, static_cast<std::uint32_t>(level));
+    return Topen(path.data(), static_cast<std::uint32_t>(size_kb),
+                 static_cast<std::uint32_t>(level));
+}
+
+// The busy flag, the trace and the mail log of one call. Trace and log may stay off.
+class Session {
+public:
+    Session() noexcept {
+        g_busy = 1;
+        g_trace = nullptr;
+        g_pLogHandle = nullptr;
+        g_trace = open_trace();
+    }
+    ~Session() {
+        Tclose(g_trace);
+        MailLogClose(g_pLogHandle);
+        g_trace = nullptr;
+        g_pLogHandle = nullptr;
+        g_busy = 0;
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+};
+
+}  // namespace
+}  // namespace ovrmail::mailapi
+
+std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient_count,
+                            const MailEntry* parts, std::uint32_t part_count, const char* sender,
+                            const char* subject, const char* server, std::uint32_t partial_flag,
+                            const MailSplitOption* split, const MailTimeout* time_out,
+                            const MailEntry* auth, char* detail) noexcept {
+    using namespace ovrmail;
+    if (mailapi::g_busy != 0) return MAIL_E_BUSY;
+    const mailapi::Session session;
+    log::TraceScope trace("SNDEMAIL0000", "ACERTFFFF");
+    std::array<char, mailapi::kPathSize> work_dir{};
+    common::format_into(work_dir, common::paths::kWorkDirFormat, common::paths::kDataDir);
+    g_pLogHandle = MailLogOpen(0);
+    return trace.leave(OvRm_SendEMailPartial_parts(
+        0, recipients, recipient_count, parts, part_count, sender, subject, server, partial_flag,
+        split, time_out, auth, detail, work_dir.data()));
+}

@@ -1,0 +1,40 @@
+// work_file.cpp - working-file names and their owner; see work_file.hpp.
+// Process and thread id in the name keep concurrent senders in one directory apart.
+#include "mailapi/work_file.hpp"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include "common/text.hpp"
+#include "file_util.h"
+#include "log/trace_scope.hpp"
+
+namespace ovrmail::mailapi {
+
+bool WorkFile::name(const char* dir, const char* prefix) noexcept {
+    log::TraceScope trace("MKTMP0000", "MKTMPFFFF");
+    const int length = common::format_into(path_, "%s/%s%d-%d", dir, prefix, ::getpid(),
+                                           static_cast<int>(::pthread_self()));
+    if (length < 0) {
+        trace.fail("MKTMP0020", -1);
+        return false;
+    }
+    FileDelete(path_.data());
+    trace.leave(0);
+    return true;
+}
+
+bool WorkFile::open() noexcept {
+    fd_.reset(FileOpen(path_.data()));
+    exists_ = fd_.valid();
+    return exists_;
+}
+
+void WorkFile::discard() noexcept {
+    const common::ErrnoKeeper keep;
+    fd_.reset();
+    if (exists_) FileDelete(path_.data());
+    exists_ = false;
+}
+
+}  // namespace ovrmail::mailapi

@@ -1,0 +1,39 @@
+// work_file.hpp - owner of one working file: its name, its descriptor, and the duty to delete it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "common/unique_fd.hpp"
+
+namespace ovrmail::mailapi {
+
+inline constexpr std::size_t kPathSize = 1025;
+
+class WorkFile {
+public:
+    WorkFile() noexcept = default;
+    WorkFile(const WorkFile&) = delete;
+    WorkFile& operator=(const WorkFile&) = delete;
+    ~WorkFile() { discard(); }
+
+    // Forms "<dir>/<prefix><pid>-<thread>" and deletes a file of that name left over from an
+    // earlier run. False when the name is longer than 1,024 characters.
+    [[nodiscard]] bool name(const char* dir, const char* prefix) noexcept;
+    // Opens the named file, read and write. False with errno.
+    [[nodiscard]] bool open() noexcept;
+
+    void close() noexcept { fd_.reset(); }
+    // Closes and deletes; errno is kept.
+    void discard() noexcept;
+
+    [[nodiscard]] int fd() const noexcept { return fd_.get(); }
+    [[nodiscard]] const char* path() const noexcept { return path_.data(); }
+
+private:
+    std::array<char, kPathSize> path_{};
+    common::UniqueFd fd_;
+    bool exists_ = false;
+};
+
+}  // namespace ovrmail::mailapi
