@@ -19,4 +19,9 @@ HeapPtr<T[]> make_zeroed(std::size_t count) noexcept {
     return HeapPtr<T[]>(static_cast<T*>(std::calloc(count != 0 ? count : 1, sizeof(T))));
 }
 
+// `size` uninitialised bytes, or null.
+inline HeapPtr<char[]> make_block(std::size_t size) noexcept {
+    return HeapPtr<char[]>(static_cast<char*>(std::malloc(size != 0 ? size : 1)));
+}
+
 }  // namespace ovrmail::common

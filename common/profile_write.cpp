@@ -1,0 +1,143 @@
+// profile_write.cpp - changing profiles and writing them back.
+//
+// The setters of the installation records come through here. Changes work on the copy in memory;
+// a change that runs out of memory marks the profile, and closing it then writes nothing.
+// The file is rewritten by rewrite_file(), wholly or not at all.
+#include <cerrno>
+#include <cstring>
+
+#include "common/error_word.hpp"
+#include "common/profile.hpp"
+#include "common/rewrite.hpp"
+
+namespace ovrmail::common {
+namespace {
+
+constexpr std::int32_t kDone = 1;
+constexpr std::int32_t kRefused = 0;
+constexpr std::int32_t kCloseFailed = -1;
+
+void mark_changed(MailProfile& profile) noexcept {
+    if (profile.state != ProfileState::kOutOfMemory) profile.state = ProfileState::kChanged;
+}
+
+std::int32_t out_of_memory(MailProfile& profile) noexcept {
+    profile.state = ProfileState::kOutOfMemory;
+    return kRefused;
+}
+
+ProfileKey* make_key(MailProfile& profile, std::string_view name, std::string_view value) noexcept {
+    const std::string_view own_name = profile.arena.copy(name);
+    const std::string_view own_value = profile.arena.copy(value);
+    if (own_name.data() == nullptr || own_value.data() == nullptr) return nullptr;
+    return profile.arena.make<ProfileKey>(own_name, own_value);
+}
+
+std::int32_t add_section(MailProfile& profile, std::string_view name, std::string_view key_name,
+                         std::string_view value) noexcept {
+    const std::string_view own_name = profile.arena.copy(name);
+    if (own_name.data() == nullptr) return out_of_memory(profile);
+    auto* const section = profile.arena.make<ProfileSection>(own_name);
+    ProfileKey* const key = make_key(profile, key_name, value);
+    if (section == nullptr || key == nullptr) return out_of_memory(profile);
+    section->append(key);
+    profile.append(section);
+    mark_changed(profile);
+    return kDone;
+}
+
+// Sets, replaces or (value null) deletes one key of a section that exists.
+std::int32_t change_key(MailProfile& profile, ProfileSection& section, std::string_view name,
+                        const char* value) noexcept {
+    ProfileKey* const key = find_key(section, name);
+    if (value == nullptr) {
+        if (key == nullptr) return kDone;
+        unlink_entry(section.keys, section.last_key, key);
+    } else if (key == nullptr) {
+        ProfileKey* const added = make_key(profile, name, value);
+        if (added == nullptr) return out_of_memory(profile);
+        section.append(added);
+    } else {
+        const std::string_view own_value = profile.arena.copy(value);
+        if (own_value.data() == nullptr) return out_of_memory(profile);
+        key->value = own_value;
+    }
+    mark_changed(profile);
+    return kDone;
+}
+
+// Calls put(text) for every stretch of the file as it is written back.
+template <class Put>
+void for_each_stretch(const MailProfile& profile, Put put) noexcept {
+    const std::string_view line_end = (profile.flags & kProfileCrLf) != 0 ? "\r\n" : "\n";
+    for (const ProfileSection* section = profile.sections; section != nullptr;
+         section = section->next) {
+        if (section->keys == nullptr) continue;
+        for (const std::string_view text :
+             {std::string_view("["), section->name, std::string_view("]"), line_end})
+            put(text);
+        for (const ProfileKey* key = section->keys; key != nullptr; key = key->next)
+            for (const std::string_view text :
+                 {key->name, std::string_view("="), key->value, line_end})
+                put(text);
+    }
+}
+
+// Writes the profile to `path`. Returns 0 or errno.
+int write_back(const MailProfile& profile, const char* path) noexcept {
+    std::size_t size = 0;
+    for_each_stretch(profile, [&](std::string_view text) { size += text.size(); });
+    const auto block = make_block(size);
+    if (block == nullptr) return ENOMEM;
+    char* out = block.get();
+    for_each_stretch(profile, [&](std::string_view text) {
+        std::memcpy(out, text.data(), text.size());
+        out += text.size();
+    });
+    return rewrite_file(path, {block.get(), size});
+}
+
+struct CloseProfile {
+    void operator()(MailProfile* profile) const noexcept {
+        profile->~MailProfile();
+        std::free(profile);
+    }
+};
+
+}  // namespace
+}  // namespace ovrmail::common
+
+using namespace ovrmail::common;
+
+std::int32_t Com_ClosePrivateProfile(MailProfile* profile, const char* path) noexcept {
+    return Com_ClosePrivateProfile2(profile, path, nullptr);
+}
+
+std::int32_t Com_ClosePrivateProfile2(MailProfile* profile, const char* path,
+                                      std::uint32_t* err) noexcept {
+    if (profile == nullptr) return kCloseFailed;
+    const std::unique_ptr<MailProfile, CloseProfile> owner(profile);
+    if (path == nullptr || profile->flags == 0 || profile->state != ProfileState::kChanged)
+        return 0;
+    const int failure = write_back(*profile, path);
+    if (failure == 0) return 0;
+    set_error(err, failure);
+    return kCloseFailed;
+}
+
+std::int32_t Com_WritePrivateProfileString(MailProfile* profile, const char* section,
+                                           const char* key, const char* value) noexcept {
+    if (profile == nullptr || profile->flags == 0 || section == nullptr) return kRefused;
+    const std::string_view section_name(section);
+    const std::string_view key_name(key != nullptr ? key : "");
+    if (section_name.size() > kProfileNameMax || key_name.size() > kProfileNameMax) return kRefused;
+    ProfileSection* const found = find_section(*profile, section_name);
+    if (found == nullptr) {
+        if (key == nullptr || value == nullptr) return kDone;
+        return add_section(*profile, section_name, key_name, value);
+    }
+    if (key != nullptr) return change_key(*profile, *found, key_name, value);
+    unlink_entry(profile->sections, profile->last_section, found);
+    mark_changed(*profile);
+    return kDone;
+}

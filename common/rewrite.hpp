@@ -1,0 +1,18 @@
+// rewrite.hpp - replaces what a small file holds, wholly or not at all.
+#pragma once
+
+#include <string_view>
+
+namespace ovrmail::common {
+
+// Makes `content` all that the file at `path` holds; a missing file is created (0644 less the
+// umask). The file keeps its owner, mode and links: it is written in place. Returns 0, or errno
+// with the old content back in place, as far as the disk still takes it:
+//   - memory and disk space are claimed before the first byte is changed;
+//   - a write that fails or falls short (ENOSPC) is undone from memory.
+// A file that was created and could not be written is left empty. Not covered: a crash between
+// the first byte and the last, a file system that cannot write over its own blocks, and an error
+// that only close() reports.
+int rewrite_file(const char* path, std::string_view content) noexcept;
+
+}  // namespace ovrmail::common
