@@ -1,0 +1,86 @@
+// file_copy.cpp - FileCopy: one file from a directory into another, the old one backed up.
+//
+// The mail path does not copy files; this serves the rest of the agent. No state.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "common/block_io.hpp"
+#include "common/retry.hpp"
+#include "common/text.hpp"
+#include "common/unique_fd.hpp"
+#include "file_util.h"
+
+namespace ovrmail::common {
+namespace {
+
+constexpr std::int32_t kCopied = 0;
+constexpr std::int32_t kFailed = -1;
+constexpr std::size_t kCopyBlock = 16384;  // on the stack of whichever thread copies
+constexpr mode_t kPermissions = 07777;
+
+using Path = char[PATH_MAX];
+
+bool join(Path& path, const char* directory, const char* name) noexcept {
+    if (format_into(path, "%s/%s", directory, name) >= 0) return true;
+    errno = ENAMETOOLONG;
+    return false;
+}
+
+bool make_target_dir(const char* path) noexcept {
+    struct stat64 status {};
+    if (::stat64(path, &status) == 0) return true;
+    return errno == ENOENT && DirectryMake(path) >= 0;
+}
+
+bool copy_content(const char* from, const char* to) noexcept {
+    const UniqueFd source(FileOpenRead(from));
+    if (!source.valid()) return false;
+    UniqueFd target(retry_eintr(kNoLimit, [&] {
+        return ::open(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_LARGEFILE, 0644);
+    }));
+    if (!target.valid()) return false;
+    char block[kCopyBlock];
+    for (;;) {
+        const std::int32_t got = FileRead(source.get(), block, sizeof block);
+        if (got < 0) return false;
+        if (got == 0) break;
+        if (FileWrite(target.get(), block, static_cast<std::uint32_t>(got)) != got) return false;
+    }
+    // Some file systems report a full disk only here.
+    return FileClose(target.release()) == 0;
+}
+
+// As far as the process may: a copy that keeps its own owner is still a copy.
+void copy_attributes(const struct stat64& source, const char* to) noexcept {
+    const timespec times[] = {source.st_atim, source.st_mtim};
+    [[maybe_unused]] const int owner = ::chown(to, source.st_uid, source.st_gid);
+    [[maybe_unused]] const int mode = ::chmod(to, source.st_mode & kPermissions);
+    [[maybe_unused]] const int time = ::utimensat(AT_FDCWD, to, times, 0);
+}
+
+}  // namespace
+}  // namespace ovrmail::common
+
+using namespace ovrmail::common;
+
+std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char* name,
+                      const char* target_name) noexcept {
+    if (source_dir == nullptr || target_dir == nullptr || name == nullptr) return kFailed;
+    Path source;
+    Path target;
+    struct stat64 status {};
+    if (!join(source, source_dir, name)) return kFailed;
+    if (::stat64(source, &status) != 0) return errno == ENOENT ? kCopied : kFailed;
+    if (!make_target_dir(target_dir)) return kFailed;
+    if (!join(target, target_dir, target_name != nullptr ? target_name : name)) return kFailed;
+    FileBackUp(target);
+    // Kept: a file copied onto itself has just been renamed away, so this fails and the content
+    // stays under the back-up's name.
+    if (!copy_content(source, target)) return kFailed;
+    copy_attributes(status, target);
+    return kCopied;
+}
