@@ -1,0 +1,325 @@
+// ovrm_send_options.cpp - the command line: one table gives the parser, --help and the limits.
+//
+// The limits are those of the library, checked here as well so that a mistake is explained by the
+// option's name and not by a bare -1.
+#include "ovrm_send_options.hpp"
+
+#include <getopt.h>
+#include <sysexits.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <iostream>
+#include <limits>
+#include <string_view>
+
+namespace ovrm_send {
+namespace {
+
+constexpr std::size_t kMaxAddress = 256;
+constexpr std::size_t kMaxPath = 1024;
+constexpr std::size_t kMaxAccount = 64;
+constexpr std::int32_t kMinTimeOut = 60;
+constexpr std::int32_t kMaxTimeOut = 3600;
+constexpr std::int32_t kMaxPort = 65535;
+constexpr MailTimeout kDefaultTimeOuts{300, 300, 300, 120, 180, 600};
+
+struct Row;
+using Apply = bool (*)(Options&, const Row&, std::string_view);
+
+struct Row {
+    const char* name;
+    char letter;          /* 0: long form only */
+    const char* argument; /* null: none; in brackets: optional */
+    const char* help;
+    Apply apply;
+};
+
+bool complain(std::string_view option, std::string_view what) {
+    std::cerr << "ovrm-send: --" << option << ": " << what << "\n";
+    return false;
+}
+
+template <typename Number>
+bool number(const Row& row, std::string_view text, std::int32_t low, std::int32_t high,
+            Number& out) {
+    std::int32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size() || value < low || value > high) {
+        return complain(row.name, "needs a number from " + std::to_string(low) + " to " +
+                                      std::to_string(high) + ", not \"" + std::string(text) + "\"");
+    }
+    out = static_cast<Number>(value);
+    return true;
+}
+
+bool text_within(const Row& row, std::string_view text, std::size_t limit, std::string& out) {
+    if (text.empty() || text.size() > limit) {
+        return complain(row.name, "needs 1 to " + std::to_string(limit) + " characters");
+    }
+    if (text.find_first_of("\r\n") != std::string_view::npos) {
+        return complain(row.name, "must not contain a line break");
+    }
+    out = text;
+    return true;
+}
+
+template <std::string Options::*Field, std::size_t Limit>
+bool set_text(Options& options, const Row& row, std::string_view text) {
+    return text_within(row, text, Limit, options.*Field);
+}
+
+template <bool Options::*Field>
+bool set_flag(Options& options, const Row& /*row*/, std::string_view /*text*/) {
+    options.*Field = true;
+    return true;
+}
+
+template <std::optional<std::string> Options::*Field>
+bool set_any(Options& options, const Row& /*row*/, std::string_view text) {
+    options.*Field = text;
+    return true;
+}
+
+template <std::uint32_t MailTimeout::*Field>
+bool set_time_out(Options& options, const Row& row, std::string_view text) {
+    if (!options.time_out) options.time_out = kDefaultTimeOuts;
+    return number(row, text, kMinTimeOut, kMaxTimeOut, (*options.time_out).*Field);
+}
+
+bool set_port(Options& options, const Row& row, std::string_view text) {
+    return number(row, text, 1, kMaxPort, options.port);
+}
+
+bool add_recipient(Options& options, const Row& row, std::string_view text) {
+    std::string list = options.to;
+    if (!list.empty()) list += ',';
+    list += text;
+    return text_within(row, list, kMaxAddress, options.to);
+}
+
+template <bool Temporary>
+bool add_attachment(Options& options, const Row& row, std::string_view text) {
+    std::string path;
+    if (!text_within(row, text, kMaxPath, path)) return false;
+    options.attachments.push_back({path, Temporary});
+    return true;
+}
+
+bool set_split(Options& options, const Row& row, std::string_view text) {
+    std::int32_t size_kb = 64;
+    if (!text.empty() && !number(row, text, 10, 100, size_kb)) return false;
+    options.split_kb = size_kb;
+    return true;
+}
+
+bool set_mechanisms(Options& options, const Row& row, std::string_view text) {
+    struct Mechanism {
+        std::string_view name;
+        std::uint32_t bit;
+    };
+    static constexpr std::array<Mechanism, 4> kKnown{
+        {{"cram-md5", MAIL_MECH_CRAM_MD5},
+         {"plain", MAIL_MECH_PLAIN},
+         {"login", MAIL_MECH_LOGIN},
+         {"any", MAIL_MECH_CRAM_MD5 | MAIL_MECH_PLAIN | MAIL_MECH_LOGIN}}};
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', at), text.size());
+        const std::string_view name = text.substr(at, comma - at);
+        const auto* known =
+            std::find_if(kKnown.begin(), kKnown.end(), [&](auto& k) { return k.name == name; });
+        if (known == kKnown.end()) {
+            return complain(row.name, "knows cram-md5, plain, login and any, not \"" +
+                                          std::string(name) + "\"");
+        }
+        options.mechanisms |= known->bit;
+        at = comma + 1;
+    }
+    return true;
+}
+
+bool set_pop_host(Options& options, const Row& row, std::string_view text) {
+    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
+    const std::size_t colon = text.find(':');
+    if (!text_within(row, text.substr(0, colon), kMaxAddress, pop.host)) return false;
+    return colon == std::string_view::npos ||
+           number(row, text.substr(colon + 1), 1, kMaxPort, pop.port);
+}
+
+bool set_pop_wait(Options& options, const Row& row, std::string_view text) {
+    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
+    return number(row, text, 0, 3600000, pop.wait_ms);
+}
+
+bool set_pop_time_out(Options& options, const Row& row, std::string_view text) {
+    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
+    return number(row, text, kMinTimeOut, kMaxTimeOut, pop.time_out);
+}
+
+constexpr std::array kRows{
+    Row{"server", 'S', "HOST", "SMTP server, name or dotted IPv4 address",
+        set_text<&Options::server, kMaxAddress>},
+    Row{"port", 'p', "N", "its port (the \"smtp\" service, else 25)", set_port},
+    Row{"from", 'f', "ADDRESS", "sender", set_text<&Options::from, kMaxAddress>},
+    Row{"to", 't', "ADDRESS", "recipient; repeat it or separate with commas", add_recipient},
+    Row{"subject", 's', "TEXT", "subject, UTF-8; 64 bytes once converted",
+        set_text<&Options::subject, kMaxPath>},
+    Row{"body", 'b', "TEXT", "text of the mail, UTF-8; 10238 bytes once converted",
+        set_any<&Options::body>},
+    Row{"body-file", 'F', "FILE", "read the text from FILE, - for standard input",
+        set_any<&Options::body_file>},
+    Row{"attach", 'a', "FILE", "attach FILE; repeatable", add_attachment<false>},
+    Row{"attach-temp", 0, "FILE", "the same; FILE is deleted after a successful send",
+        add_attachment<true>},
+    Row{"split", 0, "[KB]", "send a larger mail in pieces of 10 to 100 KB (64)", set_split},
+    Row{"auth", 0, "LIST", "SMTP AUTH: cram-md5, plain, login, or any", set_mechanisms},
+    Row{"pop-before", 0, "HOST[:PORT]", "log in to this POP3 server first", set_pop_host},
+    Row{"pop-wait", 0, "MS", "milliseconds to wait after the POP3 session (0)", set_pop_wait},
+    Row{"pop-timeout", 0, "SECONDS", "time for one POP3 reply, 60 to 3600 (60)", set_pop_time_out},
+    Row{"user", 'u', "NAME", "account for --auth or --pop-before",
+        set_text<&Options::user, kMaxAccount>},
+    Row{"password-file", 0, "FILE", "its password: the first line of FILE",
+        set_any<&Options::password_file>},
+    Row{"password-env", 0, "NAME", "its password: environment variable NAME",
+        set_any<&Options::password_variable>},
+    Row{"prepared", 0, "FILE", "send FILE, already built (S/MIME); see the manual",
+        set_text<&Options::prepared, kMaxPath>},
+    Row{"prepared-header", 0, "FILE", "with --prepared: header lines to use instead of generated",
+        set_text<&Options::prepared_header, kMaxPath>},
+    Row{"timeout-greeting", 0, "SECONDS", "greeting, EHLO, AUTH (300); all: 60 to 3600",
+        set_time_out<&MailTimeout::ulConnectTimeOut>},
+    Row{"timeout-mail", 0, "SECONDS", "MAIL FROM (300)",
+        set_time_out<&MailTimeout::ulMailFromTimeOut>},
+    Row{"timeout-rcpt", 0, "SECONDS", "each RCPT TO (300)",
+        set_time_out<&MailTimeout::ulRcptToTimeOut>},
+    Row{"timeout-data", 0, "SECONDS", "DATA (120)", set_time_out<&MailTimeout::ulDataTimeOut>},
+    Row{"timeout-block", 0, "SECONDS", "each block of the message (180)",
+        set_time_out<&MailTimeout::ulSendDataTimeOut>},
+    Row{"timeout-end", 0, "SECONDS", "the end of the message (600)",
+        set_time_out<&MailTimeout::ulEndDataTimeOut>},
+    Row{"replace", 0, nullptr, "send \"?\" for characters that cannot be sent",
+        set_flag<&Options::replace>},
+    Row{"dry-run", 'n', nullptr, "print the message as it would go out; connect to nothing",
+        set_flag<&Options::dry_run>},
+    Row{"check-config", 0, nullptr, "check directories and configuration files, send nothing",
+        set_flag<&Options::check_config>},
+    Row{"verbose", 'v', nullptr, "show the mail log of this send", set_flag<&Options::verbose>},
+    Row{"quiet", 'q', nullptr, "say nothing when the mail was sent", set_flag<&Options::quiet>},
+    Row{"help", 'h', nullptr, "show this text", nullptr},
+    Row{"version", 'V', nullptr, "show the version", nullptr},
+};
+
+int print_help() {
+    std::cout << "Usage: ovrm-send -S HOST -f ADDRESS -t ADDRESS [OPTION]...\n"
+                 "Sends one mail through libovrmail.\n\n";
+    for (const Row& row : kRows) {
+        std::string left = "  ";
+        left += row.letter != 0 ? std::string("-") + row.letter + ", --" : std::string("    --");
+        left += row.name;
+        if (row.argument != nullptr) {
+            const bool optional = row.argument[0] == '[';
+            left +=
+                optional ? "[=" + std::string(row.argument + 1) : "=" + std::string(row.argument);
+        }
+        if (left.size() < 32) left.resize(32, ' ');
+        std::cout << left << ' ' << row.help << "\n";
+    }
+    std::cout
+        << "\nExit status: 0 the server has the mail; 64 a mistake on the command line; others"
+           "\nby result, see ovrm-send(1). A password is never taken from the command line.\n";
+    return EX_OK;
+}
+
+bool complete(const Options& options) {
+    struct Rule {
+        bool broken;
+        const char* text;
+    };
+    const bool account = options.mechanisms != 0 || options.pop.has_value();
+    const bool secret = options.password_file.has_value() || options.password_variable.has_value();
+    const bool prepared = !options.prepared.empty();
+    const std::array rules{
+        Rule{options.server.empty() && !options.dry_run, "--server is missing"},
+        Rule{options.from.empty(), "--from is missing"},
+        Rule{options.to.empty(), "--to is missing"},
+        Rule{options.body && options.body_file, "--body and --body-file exclude each other"},
+        Rule{options.mechanisms != 0 && options.pop, "--auth and --pop-before exclude each other"},
+        Rule{options.pop && options.pop->host.empty(),
+             "--pop-wait, --pop-timeout: no --pop-before"},
+        Rule{account && options.user.empty(), "--auth and --pop-before need --user"},
+        Rule{account && !secret, "--auth and --pop-before need --password-file or --password-env"},
+        Rule{!account && (secret || !options.user.empty()),
+             "--user and its password need --auth or --pop-before"},
+        Rule{options.password_file && options.password_variable,
+             "--password-file and --password-env exclude each other"},
+        Rule{prepared && (options.body || options.body_file || !options.attachments.empty()),
+             "--prepared takes neither a body nor attachments"},
+        Rule{prepared && options.split_kb, "a prepared message cannot be split"},
+        Rule{!prepared && !options.prepared_header.empty(), "--prepared-header needs --prepared"},
+    };
+    for (const Rule& rule : rules) {
+        if (rule.broken) std::cerr << "ovrm-send: " << rule.text << "\n";
+    }
+    return std::none_of(rules.begin(), rules.end(), [](const Rule& rule) { return rule.broken; });
+}
+
+struct GetoptTable {
+    std::array<option, kRows.size() + 1> longs{};
+    std::string shorts;
+};
+
+GetoptTable getopt_table() {
+    GetoptTable table;
+    for (std::size_t i = 0; i < kRows.size(); ++i) {
+        const Row& row = kRows[i];
+        int needs = no_argument;
+        if (row.argument != nullptr) {
+            needs = row.argument[0] == '[' ? optional_argument : required_argument;
+        }
+        table.longs[i] = {row.name, needs, nullptr, std::numeric_limits<char>::max() + 1 + int(i)};
+        if (row.letter == 0) continue;
+        table.shorts += row.letter;
+        if (needs == required_argument) table.shorts += ':';
+    }
+    return table;
+}
+
+const Row* row_of(int found) {
+    constexpr int kFirstLong = std::numeric_limits<char>::max() + 1;
+    if (found >= kFirstLong) return &kRows[static_cast<std::size_t>(found - kFirstLong)];
+    const auto* row =
+        std::find_if(kRows.begin(), kRows.end(), [&](auto& r) { return r.letter == found; });
+    return row == kRows.end() ? nullptr : row;
+}
+
+int usage_error() {
+    std::cerr << "Try: ovrm-send --help\n";
+    return EX_USAGE;
+}
+
+}  // namespace
+
+std::optional<int> parse_command_line(int argc, char** argv, Options& options) {
+    const GetoptTable table = getopt_table();
+    int found = 0;
+    while ((found = getopt_long(argc, argv, table.shorts.c_str(), table.longs.data(), nullptr)) !=
+           -1) {
+        const Row* row = found == '?' ? nullptr : row_of(found);
+        if (row == nullptr) return usage_error();
+        if (row->letter == 'h') return print_help();
+        if (row->letter == 'V') {
+            std::cout << "ovrm-send (ovrmail) " OVRMAIL_VERSION "\n";
+            return EX_OK;
+        }
+        if (!row->apply(options, *row, optarg != nullptr ? optarg : "")) return usage_error();
+    }
+    if (optind < argc) {
+        std::cerr << "ovrm-send: unexpected argument \"" << argv[optind] << "\"\n";
+        return usage_error();
+    }
+    if (!options.check_config && !complete(options)) return usage_error();
+    return std::nullopt;
+}
+
+}  // namespace ovrm_send

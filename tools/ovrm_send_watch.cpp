@@ -1,0 +1,133 @@
+// ovrm_send_watch.cpp - progress from the outside, and signals.
+#include "ovrm_send_watch.hpp"
+
+#include <arpa/inet.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace ovrm_send {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kWorkDir = "/var/opt/Quorvin/tmp";
+constexpr int kTickMs = 200;
+constexpr double kMiB = 1024.0 * 1024.0;
+
+struct Sight {
+    std::optional<std::uint64_t> composed_bytes;     /* size of the open composed file */
+    std::optional<std::uint64_t> acknowledged_bytes; /* on the connection to the server */
+};
+
+std::optional<std::uint64_t> acknowledged(int fd) {
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length) != 0) return std::nullopt;
+    if (peer.sin_family != AF_INET) return std::nullopt;
+    tcp_info info{};
+    length = sizeof info;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &length) != 0) return std::nullopt;
+    return info.tcpi_bytes_acked;
+}
+
+Sight look() {
+    Sight sight;
+    const std::string composed = std::string(kWorkDir) + "/EST";
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd", error)) {
+        const std::string target = fs::read_symlink(entry.path(), error).string();
+        if (target.compare(0, composed.size(), composed) == 0) {
+            struct stat status {};
+            if (stat(entry.path().c_str(), &status) == 0) {
+                sight.composed_bytes = static_cast<std::uint64_t>(status.st_size);
+            }
+        } else if (target.compare(0, 7, "socket:") == 0) {
+            const std::string name = entry.path().filename().string();
+            int fd = -1;
+            std::from_chars(name.data(), name.data() + name.size(), fd);
+            if (const auto bytes = acknowledged(fd)) sight.acknowledged_bytes = bytes;
+        }
+    }
+    return sight;
+}
+
+void remove_working_files() {
+    const std::string ending = std::to_string(getpid()) + "-";
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(kWorkDir, error)) {
+        const std::string name = entry.path().filename().string();
+        const bool ours = name.compare(0, 3, "EST") == 0 || name.compare(0, 3, "EMT") == 0;
+        if (ours && name.compare(3, ending.size(), ending) == 0) fs::remove(entry.path(), error);
+    }
+}
+
+}  // namespace
+
+Watch::Watch(std::uint64_t estimated_bytes) : estimated_bytes_(estimated_bytes) {
+    sigemptyset(&signals_);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals_, number);
+    pthread_sigmask(SIG_BLOCK, &signals_, &previous_);
+    signal_fd_ = signalfd(-1, &signals_, SFD_CLOEXEC);
+    stop_fd_ = eventfd(0, EFD_CLOEXEC);
+    thread_ = std::thread([this] { run(); });
+}
+
+Watch::~Watch() {
+    eventfd_write(stop_fd_, 1);
+    thread_.join();
+    close(stop_fd_);
+    close(signal_fd_);
+    pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+void Watch::run() {
+    pollfd waited[] = {{stop_fd_, POLLIN, 0}, {signal_fd_, POLLIN, 0}};
+    for (;;) {
+        const int ready = poll(waited, 2, estimated_bytes_ != 0 ? kTickMs : -1);
+        if (ready < 0 && errno != EINTR) break;
+        if (ready > 0 && waited[0].revents != 0) break;
+        if (ready > 0 && waited[1].revents != 0) {
+            signalfd_siginfo info{};
+            if (read(signal_fd_, &info, sizeof info) != ssize_t(sizeof info)) continue;
+            remove_working_files();
+            std::fprintf(stderr,
+                         "%sovrm-send: ended by signal %u; the server may or may not have "
+                         "the mail\n",
+                         shown_ ? "\n" : "", info.ssi_signo);
+            _exit(128 + static_cast<int>(info.ssi_signo));
+        }
+        if (estimated_bytes_ != 0) show();
+    }
+    if (shown_) std::fputs("\r\033[K", stderr);
+}
+
+void Watch::show() {
+    const Sight sight = look();
+    if (!sight.composed_bytes) return;
+    const bool sending = sight.acknowledged_bytes.has_value();
+    const std::uint64_t total =
+        sending ? *sight.composed_bytes : std::max(estimated_bytes_, *sight.composed_bytes);
+    const std::uint64_t done =
+        std::min(total, sending ? *sight.acknowledged_bytes : *sight.composed_bytes);
+    std::fprintf(stderr, "\r\033[K%s %.1f of %.1f MiB",
+                 sending ? "sending:" : "preparing:", static_cast<double>(done) / kMiB,
+                 static_cast<double>(total) / kMiB);
+    std::fflush(stderr);
+    shown_ = true;
+}
+
+}  // namespace ovrm_send
