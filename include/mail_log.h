@@ -1,4 +1,13 @@
-/* mail_log.h - the mail log: what was said to the mail servers and what they answered. */
+/* mail_log.h - the mail log: what was said to the mail servers and what they answered.
+ *
+ * One text file per process, "/var/opt/Quorvin/log/rmsmtpPID.log", lines end with CR LF. A file
+ * that has come within 500 bytes of its size is moved to generation 1 ("rmsmtpPID.log1", older
+ * ones further up) at the next opening. Settings come from the section "LOG" of
+ * "/etc/opt/Quorvin/trc_conf": LOGSIZE (KiB, 10 to 100) and LOGNUM (files kept in the directory,
+ * 5 to 100, or 0 for no log); anything else means 20.
+ *
+ * Passwords are never handed to these functions: callers write "******" instead. A null handle
+ * makes every writer return -1 and do nothing. Failing writes are not reported. */
 #ifndef OVRMAIL_MAIL_LOG_H
 #define OVRMAIL_MAIL_LOG_H
 
@@ -8,14 +17,42 @@ MAIL_BEGIN_DECLS
 
 typedef struct MailLogHandle MailLogHandle;
 
+/* Log of the send in progress, null without one. Set by OvRm_SendEMail. */
 extern MAIL_API MailLogHandle* g_pLogHandle;
 
+/* MailLogOpen - open the log of this process, rotate it when it is full, delete the oldest log
+ * files of the directory, and write the opening banner.
+ *   unused  ignored; 0
+ * Returns a handle to be ended with MailLogClose; null when the log is switched off, cannot be
+ * opened, or memory runs out. */
 MAIL_API MailLogHandle* MailLogOpen(uint32_t unused) MAIL_NOEXCEPT;
+
+/* MailLogWrite - one line "HH:MM:SS LABEL TEXT".
+ *   level  1: "S:", sent to a server; 2: "R:", received; 3: "-:", an error or a note
+ *   text   any length; CR LF is added unless it ends with it
+ * Returns 0; -1 for another level, a null text or a null log. */
 MAIL_API int32_t MailLogWrite(MailLogHandle* log, uint32_t level, const char* text) MAIL_NOEXCEPT;
+
+/* MailLogSysErrWrite - a line of level 3 about a failing system call:
+ * "ERROR: func=FUNCTION code=CODE detail=DETAIL TEXT".
+ *   function  name of the call
+ *   code      what it returned
+ *   detail    errno, or the resolver's error
+ *   text      up to 1,024 characters are written; may be null
+ * Returns 0; -1 when log or function is null. */
 MAIL_API int32_t MailLogSysErrWrite(MailLogHandle* log, const char* function, int32_t code,
                                     long detail, const char* text) MAIL_NOEXCEPT;
+
+/* MailLogTimeOutWrite - a line of level 3 about a time-out: "ERROR: SMTP TIMEOUT (timer=N) TEXT".
+ *   timer  the time-out in seconds
+ *   kind   1: SMTP, 2: POP
+ *   text   up to 1,024 characters are written; may be null
+ * Returns 0; -1 for another kind or a null log. */
 MAIL_API int32_t MailLogTimeOutWrite(MailLogHandle* log, int32_t timer, int32_t kind,
                                      const char* text) MAIL_NOEXCEPT;
+
+/* MailLogClose - write the closing banner, close the file and free the handle, which may be null.
+ * Returns 0. */
 MAIL_API int32_t MailLogClose(MailLogHandle* log) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS
