@@ -1,0 +1,396 @@
+// Trace rings: the layout byte for byte against a plain model, opening and reopening, failures,
+// writers in several threads, settings and pruning. Linked with a clock and with system calls
+// that fail on demand.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/support.hpp"
+#include "trace.h"
+
+namespace fs = std::filesystem;
+using support::read_file;
+using support::write_file;
+
+namespace {
+
+std::time_t g_now = 0x01020304;
+std::string g_failing;  // name of the call that fails
+int g_fail_at = 0;      // which of its calls
+int g_mutexes = 0;
+
+bool fails(const char* call) {
+    if (g_failing != call || --g_fail_at != 0) return false;
+    errno = EIO;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_fstat(int, struct stat*);
+ssize_t __real_pread(int, void*, size_t, off_t);
+ssize_t __real_pwrite(int, const void*, size_t, off_t);
+void* __real_mmap(void*, size_t, int, int, int, off_t);
+int __real_unlink(const char*);
+int __real_close(int);
+int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
+int __real_pthread_mutex_destroy(pthread_mutex_t*);
+
+std::time_t __wrap_time(std::time_t*) { return g_now; }
+int __wrap_fstat(int fd, struct stat* status) {
+    return fails("fstat") ? -1 : __real_fstat(fd, status);
+}
+ssize_t __wrap_pread(int fd, void* to, size_t n, off_t at) {
+    return fails("pread") ? -1 : __real_pread(fd, to, n, at);
+}
+ssize_t __wrap_pwrite(int fd, const void* from, size_t n, off_t at) {
+    if (fails("short pwrite")) return static_cast<ssize_t>(n) - 1;
+    return fails("pwrite") ? -1 : __real_pwrite(fd, from, n, at);
+}
+void* __wrap_mmap(void* at, size_t n, int prot, int flags, int fd, off_t from) {
+    return fails("mmap") ? MAP_FAILED : __real_mmap(at, n, prot, flags, fd, from);
+}
+int __wrap_unlink(const char* path) {
+    __real_unlink(path);
+    return fails("unlink") ? -1 : 0;
+}
+int __wrap_close(int fd) {
+    __real_close(fd);
+    return fails("close") ? -1 : 0;
+}
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+    if (mutex == &g_cs) ++g_mutexes;
+    return __real_pthread_mutex_init(mutex, attributes);
+}
+int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
+    if (mutex == &g_cs) --g_mutexes;
+    return __real_pthread_mutex_destroy(mutex);
+}
+}
+
+namespace {
+
+constexpr std::size_t kRing = 8192;
+
+std::string word(std::uint32_t value) {
+    std::string bytes(4, '\0');
+    std::memcpy(bytes.data(), &value, 4);
+    return bytes;
+}
+
+// The ring as its readers understand it, written byte by byte.
+struct Model {
+    std::string bytes = word(4) + std::string(kRing - 4, '\0');
+    std::size_t at = 4;
+
+    void put(std::string_view piece) {
+        for (const char c : piece) {
+            bytes[at++] = c;
+            if (at == bytes.size()) at = 4;
+        }
+        bytes.replace(0, 4, word(static_cast<std::uint32_t>(at)));
+    }
+    void record(const std::string& point, std::string_view data) {
+        put("SSSS" + word(static_cast<std::uint32_t>(g_now)) + word(0) + point);
+        if (!data.empty()) put("XXXX" + std::string(data.substr(0, bytes.size() / 2)));
+        put("EEEE");
+    }
+};
+
+std::string ring_with(std::uint32_t offset, std::size_t size = kRing, char fill = 'r') {
+    return word(offset) + std::string(size - 4, fill);
+}
+std::uint32_t offset_of(const std::string& bytes) {
+    std::uint32_t offset = 0;
+    std::memcpy(&offset, bytes.data(), 4);
+    return offset;
+}
+
+class Trace : public testing::Test {
+protected:
+    void TearDown() override { EXPECT_EQ(g_mutexes, 0); }
+    TraceHandle* open(std::uint32_t level = 2, std::uint32_t size = 5) const {
+        return Topen(path.c_str(), size, level);
+    }
+    [[nodiscard]] int files() const {
+        return static_cast<int>(std::distance(fs::directory_iterator(dir.path()), {}));
+    }
+
+    support::TempDir dir;
+    std::string path = dir.file("ring.trc");
+};
+
+TEST_F(Trace, RandomRecordsLieAsInTheModel) {
+    Model model;
+    TraceHandle* const trace = open();
+    std::mt19937 random(7);
+    for (int i = 0; i < 3000; ++i) {
+        const std::string point(random() % 20, 'p');
+        const std::string data(i % 500 == 0 ? 5000 : random() % 60,
+                               static_cast<char>('a' + i % 26));
+        Twrite(trace, 2, point.c_str(), data.data(), static_cast<std::uint32_t>(data.size()));
+        model.record(point, data);
+        ASSERT_EQ(std::memcmp(read_file(path).data(), model.bytes.data(), kRing), 0) << i;
+        ++g_now;
+    }
+    EXPECT_EQ(Tclose(trace), 0);
+    EXPECT_EQ(read_file(path).size(), kRing);
+}
+
+TEST_F(Trace, RingEndsAndDamagedHeaders) {
+    const struct {
+        const char* name;
+        std::uint32_t offset;
+        std::uint32_t after;  // of a record of 20 bytes ("P000"), or the same: nothing written
+    } cases[] = {
+        {"one byte short of the end", kRing - 21, kRing - 1},
+        {"exactly to the end", kRing - 20, 4},
+        {"end marker broken", kRing - 18, 6},
+        {"start marker fills the ring", kRing - 4, 20},
+        {"at the end", kRing, 24},
+        {"just damaged", 3, 3},
+        {"zero", 0, 0},
+        {"just above the ring", kRing + 1, kRing + 1},
+        {"huge", 0xFFFFFFFF, 0xFFFFFFFF},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        write_file(path, ring_with(4));
+        TraceHandle* const trace = open();
+        const int fd = ::open(path.c_str(), O_RDWR);
+        ASSERT_EQ(__real_pwrite(fd, &c.offset, 4, 0), 4);
+        EXPECT_EQ(Twrite(trace, 0, "P000", nullptr, 9), 0);
+        Tclose(trace);
+        __real_close(fd);
+        EXPECT_EQ(offset_of(read_file(path)), c.after);
+        if (c.after == c.offset) {
+            EXPECT_EQ(read_file(path).substr(4), ring_with(4).substr(4));
+        }
+    }
+}
+
+TEST_F(Trace, OpeningKeepsOrResets) {
+    const struct {
+        const char* name;
+        std::string before;
+        std::uint32_t size_kb;
+        std::size_t length;
+        std::uint32_t offset;
+        std::size_t kept;  // bytes behind the offset that stay
+    } cases[] = {
+        {"no records", "", 5, 8192, 4, 0},
+        {"too short for a header", "abc", 5, 8192, 4, 0},
+        {"a multiple grows", "", 8, 16384, 4, 0},
+        {"rounding of the older default", "", 100, 104 * 1024, 4, 0},
+        {"same size", ring_with(8192), 7, 8192, 8192, 8188},
+        {"larger ring", ring_with(77), 64, 72 * 1024, 77, 8188},
+        {"half a file", ring_with(77, 1000), 5, 8192, 77, 996},
+        {"offset beyond the ring", ring_with(8193), 5, 8192, 4, 8188},
+        {"offset in the header", ring_with(3), 5, 8192, 4, 8188},
+        {"smaller ring", ring_with(77, 16384), 5, 16384, 4, 16380},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove(path);
+        if (!c.before.empty()) write_file(path, c.before);
+        ASSERT_EQ(Tclose(open(1, c.size_kb)), 0);
+        const std::string after = read_file(path);
+        ASSERT_EQ(after.size(), c.length);
+        EXPECT_EQ(offset_of(after), c.offset);
+        EXPECT_EQ(after.substr(4, c.kept), std::string(c.kept, 'r'));
+        EXPECT_EQ(after.find_first_not_of('\0', 4 + c.kept), std::string::npos);
+        EXPECT_EQ(fs::status(path).permissions(), static_cast<fs::perms>(0644));
+        EXPECT_EQ(files(), 1) << "the temporary file stayed";
+        fs::permissions(path, static_cast<fs::perms>(0600));
+    }
+}
+
+TEST_F(Trace, LevelsGate) {
+    for (std::uint32_t level = 0; level <= 3; ++level) {
+        for (std::uint32_t record = 0; record <= 3; ++record) {
+            SCOPED_TRACE(std::to_string(level) + " " + std::to_string(record));
+            fs::remove(path);
+            TraceHandle* const trace = open(level);
+            errno = 12345;
+            EXPECT_EQ(Twrite(trace, record, "P", nullptr, 0), record > 2 ? -1 : 0);
+            EXPECT_EQ(errno, 12345);
+            EXPECT_EQ(fs::exists(path) && offset_of(read_file(path)) > 4,
+                      level != 0 && record <= 2 && record <= level);
+            EXPECT_EQ(Tclose(trace), 0);
+        }
+    }
+    TraceHandle* const no_size = open(1, 0);
+    EXPECT_EQ(Twrite(no_size, 1, "P", nullptr, 0), 0);
+    EXPECT_EQ(Tclose(no_size), 0);
+    EXPECT_EQ(Twrite(nullptr, 1, "P", nullptr, 0), -1);
+    EXPECT_EQ(Tclose(nullptr), -1);
+}
+
+TEST_F(Trace, EveryFailureEndsWithoutLeftovers) {
+    for (const char* call :
+         {"fstat", "pread", "pwrite", "short pwrite", "mmap", "unlink", "close"}) {
+        for (const std::uint32_t size_kb : {5U, 100U}) {
+            const int before = support::open_descriptors();
+            int failures = 0;
+            for (bool hit = true; hit; ++failures) {
+                write_file(path, ring_with(77));
+                g_failing = call;
+                g_fail_at = failures + 1;
+                TraceHandle* const trace = open(1, size_kb);
+                hit = g_fail_at <= 0;
+                EXPECT_EQ(trace == nullptr, hit) << call << failures;
+                if (hit) {
+                    EXPECT_EQ(errno, EIO) << call << failures;
+                }
+                g_failing.clear();
+                if (trace != nullptr) Tclose(trace);
+                EXPECT_EQ(files(), 1) << call << failures;
+                EXPECT_EQ(support::open_descriptors(), before) << call << failures;
+            }
+            EXPECT_GT(failures, 1) << call << " is never reached";
+        }
+    }
+    EXPECT_EQ(Topen(dir.path().c_str(), 5, 1), nullptr);
+    EXPECT_EQ(Topen(dir.file("missing/ring").c_str(), 5, 1), nullptr);
+    EXPECT_EQ(Topen(nullptr, 5, 1), nullptr);
+    EXPECT_EQ(Topen(path.c_str(), 0xFFFFFFFF, 1), nullptr);
+}
+
+TEST_F(Trace, ThreadsLeaveOnlyWholeRecords) {
+    TraceHandle* const trace = open(1, 500);
+    std::vector<std::thread> threads;
+    for (char id = 'a'; id < 'e'; ++id) {
+        threads.emplace_back([trace, id] {
+            for (int i = 0; i < 2000; ++i)
+                Twrite(trace, 1, "WHOLE", std::string(30, id).data(), 30);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    Tclose(trace);
+    const std::string bytes = read_file(path);
+    constexpr std::size_t kRecord = 12 + 5 + 4 + 30 + 4;
+    ASSERT_EQ(offset_of(bytes), 4 + 8000 * kRecord);
+    for (std::size_t at = 4; at < offset_of(bytes); at += kRecord) {
+        ASSERT_EQ(bytes.substr(at + 12, 9), "WHOLEXXXX");
+        ASSERT_EQ(bytes.substr(at + 21, 34), std::string(30, bytes[at + 21]) + "EEEE");
+    }
+}
+
+TEST_F(Trace, MutexSetUpAnewDoesNotStrandAWaiter) {
+    TraceHandle* const trace = open();
+    ASSERT_EQ(pthread_mutex_lock(&g_cs), 0);
+    std::thread waiter([&] { Twrite(trace, 1, "LATE0000", nullptr, 0); });
+    ::usleep(5000);
+    EXPECT_EQ(offset_of(read_file(path)), 4U) << "written while another thread held the mutex";
+    TraceHandle* const other = Topen(dir.file("other").c_str(), 5, 1);
+    waiter.join();
+    EXPECT_EQ(offset_of(read_file(path)), 28U);
+    Tclose(other);
+    EXPECT_EQ(Twrite(trace, 1, "NOMUTEX", nullptr, 0), 0);
+    Tclose(trace);
+    EXPECT_EQ(offset_of(read_file(path)), 51U);
+}
+
+TEST(TraceConfig, SettingsOfASection) {
+    const struct {
+        const char* text;
+        std::int32_t result, size, level, number;  // from the defaults 5, 1, 5
+        std::int32_t old_size, old_level;
+    } cases[] = {
+        {"", 0, 5, 1, 5, 100, 0},
+        {"[ACERT]\nTRACESIZE=9\nTRACELEVEL=7\nTRACENUM=0\n", 0, 9, 7, 0, 9, 2},
+        {"[AGETS]\nTRACESIZE=9\n", 0, 5, 1, 5, 100, 0},
+        {"[ACERT]\nTRACESIZE=0\nTRACELEVEL=2\n", -1, 5, 1, 5, 0, 2},
+        {"[ACERT]\nTRACELEVEL=-1\nTRACENUM=9\n", -1, 5, 1, 5, 100, 2},
+        {"[ACERT]\nTRACESIZE=9\nTRACENUM=-1\n", -1, 5, 1, 5, 9, 0},
+        {"[ACERT]\nTRACELEVEL=\nTRACESIZE=x\n", -1, 5, 1, 5, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        write_file("/etc/opt/Quorvin/trc_conf", c.text);
+        std::int32_t size = 5;
+        std::int32_t level = 1;
+        std::int32_t number = 5;
+        EXPECT_EQ(GetTraceInfo("ACERT", 0, &size, &level, &number), c.result);
+        EXPECT_EQ(size, c.size);
+        EXPECT_EQ(level, c.level);
+        EXPECT_EQ(number, c.number);
+        Trc_GetSizeLevel("ACERT", &size, &level);
+        EXPECT_EQ(size, c.old_size);
+        EXPECT_EQ(level, c.old_level);
+    }
+    fs::remove("/etc/opt/Quorvin/trc_conf");
+}
+
+TEST(TraceConfig, FileNameOfTheThread) {
+    char name[1025] = "kept";
+    MakeTraceFileName(name, 0, "acert", 0);
+    EXPECT_STREQ(name, "kept");
+    MakeTraceFileName(name, 0, "acert", 1);
+    EXPECT_EQ(name, "/var/opt/Quorvin/tmp2/acert" + std::to_string(::getpid()) + "-" +
+                        std::to_string(::gettid()) + ".trc");
+}
+
+TEST_F(Trace, PruningKeepsTheNewest) {
+    const auto make = [&](const std::string& name, int age) {
+        write_file(dir.file(name), "");
+        const timespec times[2] = {{}, {1'000'000 - age, 0}};
+        ::utimensat(AT_FDCWD, dir.file(name).c_str(), times, 0);
+    };
+    const struct {
+        std::int32_t count;
+        int left;  // of seven
+    } cases[] = {{5, 4}, {8, 7}, {7, 6}, {2, 1}, {1, 0}, {0, 0}, {-1, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.count);
+        for (const int n : {3, 6, 1, 0, 5, 2, 4}) make("acert" + std::to_string(n) + ".x", n);
+        for (const char* other : {"Acert0", "xacert0", "acer"}) make(other, 99);
+        fs::create_directory(dir.file("acertdir"));
+        fs::create_symlink("nowhere", dir.file("acertlink"));
+        EXPECT_EQ(DeleteOldFiles_DIR(dir.path().c_str(), "acert", "trc", c.count, 1), 0);
+        for (int n = 0; n < 7; ++n) {
+            EXPECT_EQ(fs::exists(dir.file("acert" + std::to_string(n) + ".x")), n < c.left) << n;
+        }
+        EXPECT_EQ(files(), c.left + 5) << "something else was deleted";
+        fs::remove(dir.file("acertlink"));
+    }
+    make("acert1", 0);
+    EXPECT_EQ(DeleteOldFiles_DIR(dir.path().c_str(), "acert", "trc", 0, 0), 0);
+    EXPECT_TRUE(fs::exists(dir.file("acert1"))) << "switched off";
+    EXPECT_EQ(DeleteOldFiles_DIR(dir.file("missing").c_str(), "a", "", 1, 1), -1);
+    EXPECT_EQ(DeleteOldFiles_DIR(dir.file("acert1").c_str(), "a", "", 1, 1), -1);
+}
+
+TEST_F(Trace, PruningTiesFollowTheDirectory) {
+    std::vector<std::string> names;
+    for (int n = 0; n < 9; ++n) {
+        write_file(dir.file("t" + std::to_string(n)), "");
+        const timespec times[2] = {{}, {1000, 0}};
+        ::utimensat(AT_FDCWD, dir.file("t" + std::to_string(n)).c_str(), times, 0);
+    }
+    for (const auto& entry : fs::directory_iterator(dir.path())) names.push_back(entry.path());
+    EXPECT_EQ(DeleteOldFiles_DIR(dir.path().c_str(), "t", "", 5, 1), 0);
+    for (std::size_t n = 0; n < names.size(); ++n) EXPECT_EQ(fs::exists(names[n]), n < 4) << n;
+}
+
+TEST(TraceConfig, DeleteOldFilesActsOnTheTraceDirectory) {
+    write_file("/var/opt/Quorvin/tmp2/agets1-1.trc", "");
+    EXPECT_EQ(DeleteOldFiles(0, "agets", 1, 0), 0);
+    EXPECT_TRUE(fs::exists("/var/opt/Quorvin/tmp2/agets1-1.trc"));
+    EXPECT_EQ(DeleteOldFiles(0, "agets", 1, 2), 0);
+    EXPECT_FALSE(fs::exists("/var/opt/Quorvin/tmp2/agets1-1.trc"));
+}
+
+}  // namespace
