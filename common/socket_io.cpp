@@ -1,0 +1,79 @@
+// socket_io.cpp - waits, lines and sends; see socket_io.hpp.
+#include "common/socket_io.hpp"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+namespace ovrmail::common {
+namespace {
+
+constexpr std::int64_t kLongestWait = INT_MAX / 1000;
+
+// Length up to and including the first line end that lies behind `from`, or `filled` without one.
+std::size_t line_length(std::span<const char> line, std::size_t from, std::size_t filled,
+                        LineEnd end) noexcept {
+    while (from < filled) {
+        const void* const lf = std::memchr(line.data() + from, '\n', filled - from);
+        if (lf == nullptr) break;
+        from = static_cast<std::size_t>(static_cast<const char*>(lf) - line.data()) + 1;
+        if (ends_line(line, from, end)) return from;
+    }
+    return filled;
+}
+
+template <class Call>
+ssize_t without_waiting(Call call) noexcept {
+    const int before = errno;
+    const ssize_t result = call();
+    if (result != -1 || (errno != EAGAIN && errno != EWOULDBLOCK)) return result;
+    errno = before;
+    return kNotNow;
+}
+
+ssize_t receive(int fd, std::span<char> room, int flags) noexcept {
+    return without_waiting(
+        [&] { return ::recv(fd, room.data(), room.size(), flags | MSG_DONTWAIT); });
+}
+
+}  // namespace
+
+int wait_for(int fd, short what, std::int64_t seconds) noexcept {
+    pollfd entry{fd, what, 0};
+    const auto wait = std::clamp<std::int64_t>(seconds, 0, kLongestWait);
+    const int ready = fd < 0 ? 1 : ::poll(&entry, 1, static_cast<int>(wait * 1000));
+    if (fd < 0 || (ready > 0 && (entry.revents & POLLNVAL) != 0)) {
+        errno = EBADF;
+        return -1;
+    }
+    return ready;
+}
+
+bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noexcept {
+    if (filled == 0 || line[filled - 1] != '\n') return false;
+    return end == LineEnd::kLf || (filled >= 2 && line[filled - 2] == '\r');
+}
+
+ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
+                  bool* more) noexcept {
+    *more = false;
+    const ssize_t seen = receive(fd, line.subspan(filled), MSG_PEEK);
+    if (seen <= 0) return seen;
+    const std::size_t arrived = filled + static_cast<std::size_t>(seen);
+    const std::size_t wanted = line_length(line, filled, arrived, end);
+    const ssize_t taken = receive(fd, line.subspan(filled, wanted - filled), 0);
+    const std::size_t kept = filled + static_cast<std::size_t>(std::max<ssize_t>(taken, 0));
+    std::memset(line.data() + kept, 0, arrived - kept);
+    *more = kept < arrived;
+    return taken;
+}
+
+ssize_t send_some(int fd, std::span<const char> bytes) noexcept {
+    return without_waiting(
+        [&] { return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+}
+
+}  // namespace ovrmail::common

@@ -1,0 +1,130 @@
+// auth.cpp - SMTP AUTH behind EHLO: which mechanisms both sides allow, and the three dialogues.
+//
+// Best first: CRAM-MD5 never shows the password, PLAIN needs one round trip, LOGIN three. A refusal
+// goes on to the next mechanism, a transport failure ends the attempt. Credentials live in areas on
+// the stack that are wiped. RFC 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
+#include "smtp/auth.hpp"
+
+#include "common/error_word.hpp"
+#include "common/text.hpp"
+#include "log/trace_scope.hpp"
+#include "smtp.h"
+#include "smtp/credentials.hpp"
+#include "smtp/exchange.hpp"
+#include "smtp/result.hpp"
+#include "smtp/session_buffers.hpp"
+#include "smtp_auth.h"
+
+namespace ovrmail::smtp {
+namespace {
+
+using log::TraceScope;
+
+constexpr const char* kMasked = "******";
+constexpr const char* kMaskedPlain = "AUTH PLAIN ******";
+
+struct Mechanism {
+    std::uint32_t bit;
+    std::string_view word;
+    std::int32_t (*run)(int, const MailAuthAccount&, std::uint32_t*) noexcept;
+};
+
+// In the order in which they are tried.
+constexpr Mechanism kMechanisms[] = {
+    {MAIL_MECH_CRAM_MD5, " CRAM-MD5", SMTP_authCramMd5},
+    {MAIL_MECH_PLAIN, " PLAIN", SMTP_authPlain},
+    {MAIL_MECH_LOGIN, " LOGIN", SMTP_authLogin},
+};
+
+// The account's fields as texts that surely end.
+struct Credentials {
+    explicit Credentials(const MailAuthAccount& account) noexcept {
+        common::copy_into(user, common::bounded(account.szUser));
+        common::copy_into(password, common::bounded(account.szPassword));
+    }
+    Secret<sizeof(MailAuthAccount::szUser) + 1> user;
+    Secret<sizeof(MailAuthAccount::szPassword) + 1> password;
+};
+
+// One command of a dialogue, with the clock of its own; an answer other than `accepted` refuses.
+std::int32_t step(int sock, const Command& command, char accepted, std::uint32_t* err) noexcept {
+    SMTP_SetStartTime();
+    const std::int32_t rc = exchange(sock, command, err);
+    if (rc != kOk) return rc;
+    return replied(accepted) ? kOk : kAuthRefused;
+}
+
+}  // namespace
+
+void SMTP_getAuthInfo(std::string_view line, std::uint32_t* mask) noexcept {
+    TraceScope trace("GTAINF0000", "GTAINFFFFF");
+    *mask = 0;
+    for (const Mechanism& mechanism : kMechanisms)
+        if (line.find(mechanism.word) != std::string_view::npos) *mask |= mechanism.bit;
+    trace.note("GTAINF0010", static_cast<std::int32_t>(*mask));
+    trace.leave();
+}
+
+std::int32_t SMTP_initAuth(int sock, const MailAuthAccount* account, std::uint32_t offered,
+                           std::uint32_t* err) noexcept {
+    TraceScope trace("INIAH0000", "INIAHFFFF");
+    common::set_error(err, 0);
+    const std::uint32_t common_mask = account != nullptr ? account->ulMechanisms & offered : 0;
+    if (common_mask == 0) return trace.fail("INIAH0010", kNoMechanism);
+    for (const Mechanism& mechanism : kMechanisms) {
+        if ((common_mask & mechanism.bit) == 0) continue;
+        const std::int32_t rc = mechanism.run(sock, *account, err);
+        if (rc < 0) return trace.fail("INIAH0020", rc);
+        if (rc == kOk) return trace.leave(kOk);
+    }
+    return trace.fail("INIAH0030", kAuthRefused);
+}
+
+std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
+                              std::uint32_t* err) noexcept {
+    TraceScope trace("INCRAM0000", "INCRAMFFFF");
+    std::int32_t rc = step(sock, plain("AUTH CRAM-MD5\r\n"), '3', err);
+    if (rc != kOk) return trace.fail("INCRAM0010", rc);
+
+    const Credentials mine(account);
+    Secret<160> response;  // base64 of 64 characters, a blank and 32 digits
+    if (Auth_GetCertCramString(mine.user.data(), mine.password.data(), reply_detail().data(),
+                               response.data()) != 0)
+        return trace.fail("INCRAM0020", kAuthRefused);
+    Secret<response.size()> line;
+    const int length = common::format_into(line, "%s\r\n", response.data());
+    rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked, true}, '2', err);
+    return rc == kOk ? trace.leave(rc) : trace.fail("INCRAM0030", rc);
+}
+
+std::int32_t SMTP_authPlain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
+    TraceScope trace("INPLAN0000", "INPLANFFFF");
+    const Credentials mine(account);
+    Secret<264> response;  // base64 of three times 64 characters and two NULs
+    Auth_GetCertPlainString(mine.user.data(), mine.password.data(), response.data());
+    Secret<response.size() + 16> line;
+    const int length = common::format_into(line, "AUTH PLAIN %s\r\n", response.data());
+    const std::int32_t rc =
+        step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMaskedPlain}, '2', err);
+    return rc == kOk ? trace.leave(rc) : trace.fail("INPLAN0010", rc);
+}
+
+std::int32_t SMTP_authLogin(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
+    TraceScope trace("INLGIN0000", "INLGINFFFF");
+    std::int32_t rc = step(sock, plain("AUTH LOGIN\r\n"), '3', err);
+    if (rc != kOk) return trace.fail("INLGIN0010", rc);
+
+    const Credentials mine(account);
+    Secret<256> user;
+    Secret<256> password;
+    Auth_GetCertLoginString(mine.user.data(), mine.password.data(), user.data(), password.data());
+    Secret<user.size() + 2> line;
+    int length = common::format_into(line, "%s\r\n", user.data());
+    rc = step(sock, plain({line.data(), static_cast<std::size_t>(length)}), '3', err);
+    if (rc != kOk) return trace.fail("INLGIN0020", rc);
+    length = common::format_into(line, "%s\r\n", password.data());
+    rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked}, '2', err);
+    return rc == kOk ? trace.leave(rc) : trace.fail("INLGIN0030", rc);
+}
+
+}  // namespace ovrmail::smtp

@@ -1,0 +1,31 @@
+// credentials.hpp - base64 of the credentials, both ways, and an owner for secrets.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+namespace ovrmail::smtp {
+
+// Characters on the stack that are wiped when they are no longer needed.
+template <std::size_t kSize>
+class Secret : public std::array<char, kSize> {
+public:
+    Secret() noexcept { this->fill('\0'); }
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+    ~Secret() { ::explicit_bzero(this->data(), kSize); }
+};
+
+// Encodes with a NUL behind. Returns the length; 0 and an empty text when it does not fit.
+std::size_t Auth_toBase64(std::span<const char> in, std::span<char> out) noexcept;
+
+// Decodes `text`, from which one CR LF at the end is dropped, with a NUL behind. A character
+// outside the alphabet, or a missing one, stands for padding: in the third or fourth place of a
+// group it ends the text. Returns the number of bytes; -1 and an empty text when they do not fit.
+std::int32_t Auth_fromBase64(std::span<char> out, std::string_view text) noexcept;
+
+}  // namespace ovrmail::smtp

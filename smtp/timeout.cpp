@@ -1,0 +1,93 @@
+// timeout.cpp - time budgets of the SMTP conversation, in whole seconds, and the zone offset.
+//
+// Every step of a send installs the budget of its phase and starts the clock; each wait in between
+// is given what is left. Owns g_stMailTimeout (budgets of the phases), g_ulTimeOut (budget of the
+// running step) and g_tStartTime (when it began). RFC 5321 4.5.3.2.
+#include "smtp/timeout.hpp"
+
+#include <ctime>
+
+#include "log/trace_scope.hpp"
+#include "smtp.h"
+#include "smtp/result.hpp"
+
+using namespace ovrmail;
+using log::TraceScope;
+
+MailTimeout g_stMailTimeout = smtp::kDefaultBudgets;
+std::uint32_t g_ulTimeOut = 0;
+time_t g_tStartTime = 0;
+
+namespace {
+
+constexpr time_t kSecondsPerHour = 3600;
+
+// A clock that was set back neither counts as elapsed time nor lengthens the budget.
+time_t elapsed_seconds() noexcept {
+    const time_t now = std::time(nullptr);
+    if (now < g_tStartTime) g_tStartTime = now;
+    return now - g_tStartTime;
+}
+
+time_t budget_seconds() noexcept { return static_cast<std::int32_t>(g_ulTimeOut); }
+
+using BrokenDown = std::tm* (*)(const time_t*, std::tm*);
+
+// Seconds at which the local clock shows what `convert` shows of now.
+time_t as_local(BrokenDown convert) noexcept {
+    const time_t now = std::time(nullptr);
+    std::tm parts{};
+    convert(&now, &parts);
+    return std::mktime(&parts);
+}
+
+}  // namespace
+
+void SMTP_SetTimeOutInfo(const MailTimeout* values) noexcept {
+    TraceScope trace("SETTIME0000", "SETTIMEFFFF");
+    if (values != nullptr) g_stMailTimeout = *values;
+    trace.leave();
+}
+
+void SMTP_SetTimeOut(std::uint32_t seconds) noexcept {
+    TraceScope trace("SETIMEO0000", "SETIMEOFFFF");
+    g_ulTimeOut = seconds;
+    trace.leave();
+}
+
+void SMTP_SetStartTime(void) noexcept {
+    TraceScope trace("SETSTART0000", "SETSTARTFFFF");
+    g_tStartTime = std::time(nullptr);
+    trace.leave();
+}
+
+std::int32_t SMTP_CheckOverTimeOut(void) noexcept {
+    TraceScope trace("CHKOVER0000", "CHKOVERFFFF");
+    if (elapsed_seconds() < budget_seconds()) return trace.leave(smtp::kOk);
+    return trace.fail("CHKOVER0010", smtp::kTimeOut);
+}
+
+void SMTP_GetSelectTimeOut(struct timeval* tv) noexcept {
+    TraceScope trace("GETSLCT0000", "GETSLCTFFFF");
+    time_t left = budget_seconds() - elapsed_seconds();
+    if (left < 0) {
+        trace.mark("GETSLCT0010", static_cast<std::int32_t>(left));
+        left = 0;
+    }
+    if (tv != nullptr) *tv = {left, 0};
+    trace.leave();
+}
+
+// Kept: the hour of summer time is not seen (gmtime_r says "no summer time", and mktime believes
+// it), and half hours are lost. The Date field of every mail rests on it.
+std::int32_t SMTP_GetTimeDifference(void) noexcept {
+    TraceScope trace("GETDIFF0000", "GETDIFFFFFF");
+    const time_t utc = as_local(::gmtime_r);
+    const time_t local = as_local(::localtime_r);
+    return trace.leave(static_cast<std::int32_t>((local - utc) / kSecondsPerHour));
+}
+
+void smtp::start_budget(std::uint32_t seconds) noexcept {
+    SMTP_SetTimeOut(seconds);
+    SMTP_SetStartTime();
+}

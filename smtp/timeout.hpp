@@ -1,0 +1,16 @@
+// timeout.hpp - budgets of the conversation before a caller sets its own.
+#pragma once
+
+#include <cstdint>
+
+#include "mail_types.h"
+
+namespace ovrmail::smtp {
+
+inline constexpr MailTimeout kDefaultBudgets{300, 300, 300, 120, 180, 600};
+inline constexpr std::uint32_t kQuitBudget = 300;
+
+// A step's budget begins: installs it and starts its clock.
+void start_budget(std::uint32_t seconds) noexcept;
+
+}  // namespace ovrmail::smtp

@@ -1,0 +1,284 @@
+// transport.cpp - bytes out, reply lines in: every command and every block of a mail passes here.
+//
+// Owns no buffer of bytes: a reply line is taken from the socket as it is needed and nothing behind
+// it, so the descriptor can be handed on at any time. All waits are bounded by the running budget.
+// RFC 5321 4.2 (replies), 4.5.3.2 (time-outs).
+#include "smtp/transport.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "common/error_word.hpp"
+#include "common/socket_io.hpp"
+#include "log/trace_scope.hpp"
+#include "mail_log.h"
+#include "smtp.h"
+#include "smtp/result.hpp"
+#include "smtp/session_buffers.hpp"
+
+namespace ovrmail::smtp {
+namespace {
+
+using common::LineEnd;
+using common::set_error;
+using log::TraceScope;
+
+constexpr int kEmptyLimit = 6;        // empty sends, or empty reads in a row
+constexpr int kInterruptLimit = 6;    // interrupted sends
+constexpr std::int32_t kLogSmtp = 1;  // kind of a time-out record
+constexpr std::int32_t kTraced = 1;   // trace flag of SMTP_send2
+
+// Something was seen behind the last line taken: the wait for it can be left out. Only a hint:
+// reading never blocks, and a stale one costs one call.
+bool g_more_waiting = false;
+
+std::int64_t seconds_left() noexcept {
+    timeval left{};
+    SMTP_GetSelectTimeOut(&left);
+    return left.tv_sec;
+}
+
+Result report_failure(const char* call, std::int32_t rc, int error, Result result) noexcept {
+    MailLogSysErrWrite(g_pLogHandle, call, rc, error, nullptr);
+    return result;
+}
+
+Result report_time_out(const char* call) noexcept {
+    MailLogTimeOutWrite(g_pLogHandle, static_cast<std::int32_t>(g_ulTimeOut), kLogSmtp, call);
+    return kTimeOut;
+}
+
+Result refuse_arguments(const char* call, std::uint32_t* err, Result result) noexcept {
+    set_error(err, EINVAL);
+    return report_failure(call, -1, EINVAL, result);
+}
+
+// One buffer on its way out.
+class Outgoing {
+public:
+    Outgoing(int sock, std::span<const char> bytes, std::uint32_t* err) noexcept
+        : sock_(sock), rest_(bytes), err_(err) {}
+
+    // Sends everything. `begins_unit(left)` is asked after each progress whether, with so many
+    // bytes left, a new unit has begun; a unit has its own counts.
+    template <class BeginsUnit>
+    Result run(BeginsUnit begins_unit) noexcept {
+        for (;;) {
+            const ssize_t sent = common::send_some(sock_, rest_);
+            if (sent > 0) {
+                rest_ = rest_.subspan(static_cast<std::size_t>(sent));
+                if (rest_.empty()) return set_error(err_, 0), kOk;
+                if (begins_unit(rest_.size())) empty_ = interrupted_ = 0;
+            }
+            const Result result = after(sent, errno);
+            if (result != kOk) return result;
+        }
+    }
+
+private:
+    Result after(ssize_t sent, int error) noexcept {
+        if (sent == common::kNotNow) return wait_for_room();
+        if (sent < 0) return on_error(error);
+        if (sent == 0) set_error(err_, error);
+        if (SMTP_CheckOverTimeOut() != kOk) return report_time_out("send");
+        if (sent > 0) return wait_for_room();
+        return ++empty_ < kEmptyLimit ? kOk : report_failure("send", 0, error, kSend);
+    }
+
+    Result on_error(int error) noexcept {
+        set_error(err_, error);
+        if (error == EINTR && ++interrupted_ < kInterruptLimit) return kOk;
+        return report_failure("send", -1, error, kSend);
+    }
+
+    // The part of a send in which the kernel waits for the server to read on. A send that took
+    // only part has filled the kernel's room, so the next one would only say so.
+    Result wait_for_room() noexcept {
+        const int ready = common::wait_for(sock_, common::kWritable, seconds_left());
+        if (ready == 0) return report_time_out("send");
+        return ready > 0 ? kOk : on_error(errno);
+    }
+
+    int sock_;
+    std::span<const char> rest_;
+    std::uint32_t* err_;
+    int empty_ = 0;
+    int interrupted_ = 0;
+};
+
+// One reply line on its way in.
+class Incoming {
+public:
+    Incoming(int sock, std::span<char> line, std::uint32_t* err) noexcept
+        : sock_(sock), line_(line), err_(err) {}
+
+    // Kept: a byte does not shorten the wait for the next one. Every wait is what was left when
+    // the line began, or after the last interruption or empty read.
+    Result run() noexcept {
+        std::memset(line_.data(), 0, line_.size());
+        wait_ = seconds_left();
+        while (filled_ < line_.size() && !common::ends_line(line_, filled_, LineEnd::kCrLf)) {
+            Result result = g_more_waiting ? kOk : wait_readable();
+            if (result == kOk) result = take();
+            if (result != kOk && result != kAgain) return result;
+        }
+        set_error(err_, 0);
+        return kOk;
+    }
+
+    [[nodiscard]] std::string_view text() const noexcept { return {line_.data(), filled_}; }
+
+private:
+    Result wait_readable() noexcept {
+        const int ready = common::wait_for(sock_, common::kReadable, wait_);
+        const int error = errno;
+        set_error(err_, error);
+        if (ready == 0) return report_time_out("recv");
+        return ready > 0 ? kOk : on_error("select", error);
+    }
+
+    Result take() noexcept {
+        const ssize_t taken =
+            common::take_line(sock_, line_, filled_, LineEnd::kCrLf, &g_more_waiting);
+        const int error = errno;
+        if (taken == common::kNotNow) return kOk;
+        if (taken > 0) {
+            empty_ = 0;
+            filled_ += static_cast<std::size_t>(taken);
+            return kOk;
+        }
+        set_error(err_, error);
+        if (taken < 0) return on_error("recv", error);
+        if (++empty_ == kEmptyLimit) return report_failure("recv", 0, error, kReceive);
+        return again();
+    }
+
+    Result on_error(const char* call, int error) noexcept {
+        return error == EINTR ? again() : report_failure(call, -1, error, kReceive);
+    }
+
+    Result again() noexcept {
+        wait_ = seconds_left();
+        return kAgain;
+    }
+
+    static constexpr Result kAgain = static_cast<Result>(1);  // never leaves this class
+
+    int sock_;
+    std::span<char> line_;
+    std::uint32_t* err_;
+    std::int64_t wait_ = 0;
+    std::size_t filled_ = 0;
+    int empty_ = 0;
+};
+
+// Cuts a buffer into units, `length_of(n)` bytes for unit n, and notes each one in the trace as it
+// begins.
+template <class LengthOf>
+class Units {
+public:
+    Units(std::span<const char> bytes, LengthOf length_of, TraceScope& trace) noexcept
+        : bytes_(bytes), length_of_(length_of), trace_(trace) {}
+
+    // Whether a unit not begun before begins at `offset` or has begun below it.
+    bool reach(std::size_t offset) noexcept {
+        const std::size_t before = next_;
+        while (next_ <= offset && next_ < bytes_.size()) {
+            const std::size_t length = std::min(length_of_(count_++), bytes_.size() - next_);
+            trace_.note("smtp0e05", std::string_view(bytes_.data() + next_, length));
+            next_ += length;
+        }
+        return next_ != before;
+    }
+
+private:
+    std::span<const char> bytes_;
+    LengthOf length_of_;
+    TraceScope& trace_;
+    std::size_t next_ = 0;  // where the next unit begins
+    std::size_t count_ = 0;
+};
+
+}  // namespace
+
+std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
+                         std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0eB0", "smtp0eBF");
+    if (bytes.empty()) return trace.leave(kOk);
+    Units units(
+        bytes, [block](std::size_t) { return block; }, trace);
+    const auto begin_block = [&](std::size_t left) noexcept {
+        const bool begun = units.reach(bytes.size() - left);
+        if (begun) SMTP_SetStartTime();
+        return begun;
+    };
+    begin_block(bytes.size());
+    const Result result = Outgoing(sock, bytes, err).run(begin_block);
+    if (result != kOk) return trace.fail("smtp0eB1", result);
+    units.reach(bytes.size());
+    return trace.leave(kOk);
+}
+
+std::int32_t send_lines(int sock, std::span<const std::string_view> lines,
+                        std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0eL0", "smtp0eLF");
+    if (lines.empty()) return trace.leave(kOk);
+    const std::span<const char> bytes(lines.front().data(),
+                                      lines.back().data() + lines.back().size());
+    Units units(
+        bytes, [lines](std::size_t n) { return lines[n].size(); }, trace);
+    units.reach(0);
+    const Result result = Outgoing(sock, bytes, err).run([&](std::size_t left) noexcept {
+        return units.reach(bytes.size() - left);
+    });
+    if (result != kOk) return trace.fail("smtp0eL1", result);
+    units.reach(bytes.size());
+    return trace.leave(kOk);
+}
+
+}  // namespace ovrmail::smtp
+
+using namespace ovrmail;
+using log::TraceScope;
+
+std::int32_t SMTP_send(std::int32_t sock, const char* buf, std::int32_t len,
+                       std::uint32_t* err) noexcept {
+    TraceScope trace("SMTP_s0000", "SMTP_sFFFF");
+    return trace.leave(SMTP_send2(sock, buf, len, err, smtp::kTraced));
+}
+
+std::int32_t SMTP_send2(std::int32_t sock, const char* buf, std::int32_t len, std::uint32_t* err,
+                        std::int32_t trace_flag) noexcept {
+    TraceScope trace("smtp0e00", "smtp0eFF");
+    if (len < 0 || (buf == nullptr && len > 0))
+        return trace.fail("smtp0e01", smtp::refuse_arguments("send", err, smtp::kSend));
+    const std::span<const char> bytes(buf, static_cast<std::size_t>(len));
+    if (trace_flag == smtp::kTraced)
+        trace.note("smtp0e05", std::string_view(bytes.data(), bytes.size()));
+    const smtp::Result result =
+        smtp::Outgoing(sock, bytes, err).run([](std::size_t) noexcept { return false; });
+    return result == smtp::kOk ? trace.leave(result) : trace.fail("smtp0e10", result);
+}
+
+std::int32_t SMTP_recv(std::int32_t sock, char* buf, std::int32_t size,
+                       std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0f00", "smtp0fFF");
+    if (buf == nullptr || size <= 0)
+        return trace.fail("smtp0f01", smtp::refuse_arguments("recv", err, smtp::kReceive));
+    smtp::Incoming line(sock, {buf, static_cast<std::size_t>(size)}, err);
+    const smtp::Result result = line.run();
+    trace.note("smtp0f05", line.text());
+    return result == smtp::kOk ? trace.leave(result) : trace.fail("smtp0f10", result);
+}
+
+std::int32_t SMTP_returnMessage(std::int32_t sock, char* buf, std::int32_t size,
+                                std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0d00", "smtp0dFF");
+    common::set_error(err, 0);
+    do {
+        const std::int32_t rc = SMTP_recv(sock, buf, size, err);
+        if (rc != smtp::kOk) return trace.fail("smtp0d10", rc);
+    } while (smtp::goes_on({buf, static_cast<std::size_t>(size)}));
+    return trace.leave(smtp::kOk);
+}

@@ -1,0 +1,23 @@
+// transport.hpp - what the library itself may do on the connection besides the exported calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace ovrmail::smtp {
+
+// Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and detail
+// records as one SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. When
+// the server takes only part, the clock restarts as the blocks go out, so each block has the whole
+// budget. Nothing to send is success. Results and error word as SMTP_send.
+std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
+                         std::uint32_t* err) noexcept;
+
+// Sends `lines`, which must lie one behind the other in memory, as one SMTP_send for each would
+// (no empty ones; the clock runs on). Results and error word as SMTP_send.
+std::int32_t send_lines(int sock, std::span<const std::string_view> lines,
+                        std::uint32_t* err) noexcept;
+
+}  // namespace ovrmail::smtp
