@@ -1,0 +1,21 @@
+// base64.cpp - SMTP_toBase64: the encoder of composition over the common kernel (RFC 4648).
+#include "common/base64.hpp"
+
+#include <cstdint>
+#include <cstring>
+
+#include "mime.h"
+
+std::int32_t SMTP_toBase64(char* src, char* dst, std::int32_t length) noexcept {
+    if (dst == nullptr) return 0;
+    std::size_t written = 0;
+    if (src != nullptr && length >= 0) {
+        const auto size = static_cast<std::size_t>(length);
+        // Kept: callers may count on the three zero bytes behind the source.
+        std::memset(src + size, 0, 3);
+        written = ovrmail::common::base64_encode(
+            {reinterpret_cast<const unsigned char*>(src), size}, dst);
+    }
+    dst[written] = '\0';
+    return static_cast<std::int32_t>(written);
+}

@@ -1,0 +1,136 @@
+// header.cpp - SMTP_makeTopData, SMTP_makeMIME: the beginning of a composed message.
+//
+// First step of composing: header block, first delimiter, text part. Attachments follow from
+// attachment.cpp. Owns no state beside the scratch blocks. Formats: RFC 822, RFC 2045, RFC 2046.
+//
+// The composition file is written in whole blocks; a failing write may show some lines after the
+// one that did not fit, with the same result.
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/block_io.hpp"
+#include "log/trace_scope.hpp"
+#include "mime.h"
+#include "mime/fields.hpp"
+#include "mime/files.hpp"
+#include "mime/identity.hpp"
+#include "mime/scratch.hpp"
+#include "mime/text_part.hpp"
+
+namespace ovrmail::mime {
+namespace {
+
+using common::BlockWriter;
+using log::TraceScope;
+
+struct Head {
+    std::string_view from;
+    std::string_view to;
+    std::string_view subject;
+    bool with_addresses;
+    bool as_mime;
+    char* boundary;         // null: a single-part message
+    const char* body_path;  // null: no text part
+};
+
+// "Date: Thu, 01 Jan 1970 00:00:00 -0000", "From: a@b.example", "To: c@d.example,", ...
+bool put_addresses(TextSink out, const Head& head) noexcept {
+    return put_date(out) && put_line(out, "From: ", head.from) && put_recipients(out, head.to);
+}
+
+bool put_names(TextSink out, const Head& head) noexcept {
+    return out.put("Subject: ") && put_subject(out, head.subject) && out.put("\r\n") &&
+           put_message_id(out);
+}
+
+// 'Content-Type: multipart/mixed; boundary="..."', an empty line, the first delimiter.
+bool put_multipart_frame(TextSink out, char* boundary) noexcept {
+    const auto length = static_cast<std::size_t>(SMTP_makeBoundary(boundary));
+    const std::string_view text(boundary, length);
+    return out.put("Content-Type: multipart/mixed; boundary=\"") && out.put(text) &&
+           out.put("\"\r\n") && put_line(out, "\r\n--", text);
+}
+
+std::int32_t finish(TraceScope& trace, BlockWriter& out, std::uint32_t* err) noexcept {
+    if (!out.flush()) return fail(trace, "smtp0665", kWriteFailed, out.error(), err);
+    return trace.leave(kOk);
+}
+
+std::int32_t put_text_part(TraceScope& trace, BlockWriter& out, const char* path,
+                           std::uint32_t* err) noexcept {
+    const common::UniqueFd file = open_to_read(path);
+    if (!file.valid()) return fail(trace, "smtp0645", kOpenFailed, errno, err);
+    InputWindow body(file.get());
+    bool japanese = false;
+    if (!scan_charset(body, japanese)) return fail(trace, "smtp0650", kReadFailed, errno, err);
+    if (japanese) trace.note("smtp0652");
+    const std::string_view type = japanese ? "Content-Type: text/plain; charset=\"ISO-2022-JP\"\r\n"
+                                           : "Content-Type: text/plain; charset=\"us-ascii\"\r\n";
+    trace.note(japanese ? "smtp0653" : "smtp0654", type);
+    if (!out.put(type) || !out.put("\r\n"))
+        return fail(trace, "smtp0655", kWriteFailed, out.error(), err);
+    if (!body.rewind()) return fail(trace, "smtp0656", kReadFailed, errno, err);
+    switch (copy_text(body, japanese, out)) {
+        case TextStep::kReadFailed:
+            return fail(trace, "smtp0657", kReadFailed, errno, err);
+        case TextStep::kWriteFailed:
+            return fail(trace, "smtp0660", kWriteFailed, out.error(), err);
+        case TextStep::kDone:
+            break;
+    }
+    if (!out.put("\r\n")) return fail(trace, "smtp0662", kWriteFailed, out.error(), err);
+    return finish(trace, out, err);
+}
+
+std::int32_t build(int fd, const Head& head, std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0600", "smtp06FF");
+    if (::lseek(fd, 0, SEEK_SET) != 0) return fail(trace, "smtp0605", kWriteFailed, errno, err);
+    BlockWriter out(fd, output_block());
+    const TextSink sink(out);
+    if (head.with_addresses && !put_addresses(sink, head))
+        return fail(trace, "smtp0610", kWriteFailed, out.error(), err);
+    if (!put_names(sink, head)) return fail(trace, "smtp0620", kWriteFailed, out.error(), err);
+    if (!head.as_mime) return finish(trace, out, err);
+    if (!out.put("MIME-Version: 1.0\r\n"))
+        return fail(trace, "smtp0630", kWriteFailed, out.error(), err);
+    if (head.boundary != nullptr && !put_multipart_frame(sink, head.boundary))
+        return fail(trace, "smtp0640", kWriteFailed, out.error(), err);
+    if (head.body_path == nullptr) return finish(trace, out, err);
+    return put_text_part(trace, out, head.body_path, err);
+}
+
+}  // namespace
+}  // namespace ovrmail::mime
+
+std::int32_t SMTP_makeTopData(std::int32_t fd, const char* body_path, const char* from,
+                              const char* to, const char* subject, char* boundary,
+                              std::uint32_t multipart, std::uint32_t skip_address,
+                              std::uint32_t* err) noexcept {
+    using namespace ovrmail::mime;
+    ovrmail::log::TraceScope trace("makeTop_0000", "makeTop_FFFF");
+    std::array<char, kBoundarySize> unwanted;
+    if (boundary == nullptr) boundary = unwanted.data();
+    const Head head{.from = text_or_empty(from),
+                    .to = text_or_empty(to),
+                    .subject = text_or_empty(subject),
+                    .with_addresses = skip_address == 0,
+                    .as_mime = true,
+                    .boundary = multipart == 1 ? boundary : nullptr,
+                    .body_path = body_path};
+    return trace.leave(build(fd, head, err));
+}
+
+std::int32_t SMTP_makeMIME(std::int32_t fd, const char* from, const char* to, const char* subject,
+                           std::uint32_t* err) noexcept {
+    using namespace ovrmail::mime;
+    ovrmail::log::TraceScope trace("makeMIE_0000", "makeMIE_FFFF");
+    const Head head{.from = text_or_empty(from),
+                    .to = text_or_empty(to),
+                    .subject = text_or_empty(subject),
+                    .with_addresses = true,
+                    .as_mime = false,
+                    .boundary = nullptr,
+                    .body_path = nullptr};
+    return trace.leave(build(fd, head, err));
+}

@@ -1,0 +1,19 @@
+// identity.hpp - what names a message: its boundary, its Message-Id, the id of its pieces.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+
+namespace ovrmail::mime {
+
+inline constexpr std::size_t kDateSize = 32;      // "Thu, 01 Jan 1970 00:00:00 +0000" and its NUL
+inline constexpr std::size_t kBoundarySize = 40;  // 31 characters for all present times
+inline constexpr std::size_t kFieldSize = 256;    // one word of the resolver's configuration
+inline constexpr std::size_t kHostSize = 65 + 1 + kFieldSize;  // node name, dot, domain
+inline constexpr std::size_t kMessageIdSize = 64 + kHostSize;  // the line with CR LF and NUL
+
+// The node name, with the resolver's domain where it has no dot of its own.
+void find_host_name(std::span<char, kHostSize> name) noexcept;
+
+}  // namespace ovrmail::mime

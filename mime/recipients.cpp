@@ -1,0 +1,25 @@
+// recipients.cpp - the To field of whole mails and pieces, folded one address a line (RFC 822
+// section 3.1.1).
+#include "mime/fields.hpp"
+
+namespace ovrmail::mime {
+
+bool put_line(TextSink out, std::string_view name, std::string_view value) noexcept {
+    return out.put(name) && out.put(value) && out.put("\r\n");
+}
+
+// Kept: each address keeps its comma and its leading blanks; a list that ends in a comma gives a
+// last continuation line of four blanks.
+bool put_recipients(TextSink out, std::string_view to) noexcept {
+    std::string_view name = "To: ";
+    for (;;) {
+        const std::size_t comma = to.find(',');
+        const std::size_t size = comma == to.npos ? to.size() : comma + 1;
+        if (!put_line(out, name, to.substr(0, size))) return false;
+        if (comma == to.npos) return true;
+        to.remove_prefix(size);
+        name = "    ";
+    }
+}
+
+}  // namespace ovrmail::mime

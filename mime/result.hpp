@@ -1,0 +1,15 @@
+// result.hpp - results of composition.
+#pragma once
+
+#include <cstdint>
+
+namespace ovrmail::mime {
+
+enum Result : std::int32_t {
+    kOk = 0,
+    kOpenFailed = -31,   // a file to be read cannot be opened
+    kReadFailed = -32,   // reading failed, or a seek while reading
+    kWriteFailed = -33,  // the composition file took less than it was given, or a seek failed
+};
+
+}  // namespace ovrmail::mime

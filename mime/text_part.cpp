@@ -1,0 +1,100 @@
+// text_part.cpp - charset scan and body lines of the text part.
+//
+// Called by the header builder once the message header stands. Owns no state; reads through the
+// input block and writes through the output block. Line length and dots: RFC 5321 sections
+// 4.5.3.1.6 and 4.5.2.
+#include "mime/text_part.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "mime/iso2022.hpp"
+#include "mime/sjis.hpp"
+
+namespace ovrmail::mime {
+namespace {
+
+constexpr std::size_t kScanChunk = 1028;
+constexpr std::size_t kLineLimit = 1024;
+constexpr std::size_t kLongestLine = kLineLimit + 1;  // with the trail byte of its last character
+constexpr std::string_view kLineEnd = "\r\n";
+
+bool holds_lead_byte(std::string_view chunk) noexcept {
+    const std::string_view text = chunk.substr(0, chunk.find('\0'));
+    return std::any_of(text.begin(), text.end(), [](char byte) { return is_sjis_lead(byte); });
+}
+
+// Whether the last byte starts a two-byte character, judged from the start of the line: the byte
+// after a lead byte is its trail byte whatever its value.
+bool ends_in_lead(std::string_view line) noexcept {
+    bool lead = false;
+    for (const char byte : line) lead = !lead && is_sjis_lead(byte);
+    return lead;
+}
+
+struct Line {
+    std::string_view bytes;
+    bool broken;  // cut at the limit: its CR LF is still to be added
+};
+
+// Takes the next line off the text: up to and with CR LF (a lone LF ends nothing), up to the
+// limit, or what is left.
+Line next_line(std::string_view text) noexcept {
+    const std::size_t end = text.substr(0, kLineLimit).find(kLineEnd);
+    if (end != text.npos) return {text.substr(0, end + kLineEnd.size()), false};
+    if (text.size() < kLineLimit) return {text, false};
+    const std::string_view line = text.substr(0, kLineLimit);
+    if (!ends_in_lead(line)) return {line, true};
+    return {text.substr(0, kLongestLine), text.size() >= kLongestLine};
+}
+
+bool put_plain(const Line& line, common::BlockWriter& out) noexcept {
+    if (line.bytes.starts_with('.') && !out.put(".")) return false;
+    return out.put(line.bytes) && (!line.broken || out.put(kLineEnd));
+}
+
+// Kept: a converted line is a text. A zero byte, in it or from an invalid pair, ends it there,
+// with its CR LF lost.
+bool put_japanese(const Line& line, common::BlockWriter& out) noexcept {
+    std::array<char, kLongestLine + kLineEnd.size()> whole;
+    const std::size_t size = line.bytes.copy(whole.data(), kLongestLine);
+    std::string_view text(whole.data(), size);
+    if (line.broken) {
+        kLineEnd.copy(whole.data() + size, kLineEnd.size());
+        text = {whole.data(), size + kLineEnd.size()};
+    }
+    text = text.substr(0, text.find('\0'));
+    const std::span<char> room = out.room(iso2022_room(text.size()));
+    if (room.empty()) return false;
+    const char* const end = to_iso2022(text, room.data());
+    const auto written = static_cast<std::size_t>(end - room.data());
+    out.commit(::strnlen(room.data(), written));
+    return true;
+}
+
+}  // namespace
+
+bool scan_charset(InputWindow& body, bool& japanese) noexcept {
+    japanese = false;
+    for (;;) {
+        if (!body.fill(kScanChunk)) return false;
+        const std::string_view chunk = body.view().substr(0, kScanChunk);
+        if (chunk.empty()) return true;
+        japanese = holds_lead_byte(chunk);
+        if (japanese) return true;
+        body.consume(chunk.size());
+    }
+}
+
+TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept {
+    for (;;) {
+        if (!body.fill(kLongestLine)) return TextStep::kReadFailed;
+        if (body.view().empty()) return TextStep::kDone;
+        const Line line = next_line(body.view());
+        if (!(japanese ? put_japanese(line, out) : put_plain(line, out)))
+            return TextStep::kWriteFailed;
+        body.consume(line.bytes.size());
+    }
+}
+
+}  // namespace ovrmail::mime

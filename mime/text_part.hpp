@@ -1,0 +1,18 @@
+// text_part.hpp - the text part of a message, from the staged body file.
+#pragma once
+
+#include "common/block_io.hpp"
+#include "mime/scratch.hpp"
+
+namespace ovrmail::mime {
+
+enum class TextStep { kDone, kReadFailed, kWriteFailed };
+
+// Looks through the body for a Shift_JIS lead byte. False when reading failed.
+bool scan_charset(InputWindow& body, bool& japanese) noexcept;
+
+// Copies the body, from where it stands, line by line: dots doubled, overlong lines broken,
+// Japanese converted.
+TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept;
+
+}  // namespace ovrmail::mime
