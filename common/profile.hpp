@@ -1,6 +1,8 @@
-// profile.hpp - a profile in memory: sections and keys in file order, shared by the reader and the
-// writer. Names and values are views into the text of the file or into the arena; nothing is
-// NUL-terminated. What is replaced or deleted keeps its memory until the profile is closed.
+// profile.hpp - a profile in memory, shared by the reader and the writer: its sections in file
+// order, each with its lines as read. Lookups walk the lines of one section; only a section that
+// is changed is taken apart into keys. Names and values are views into the text of the file or
+// into the arena; nothing is NUL-terminated. What is replaced or deleted keeps its memory until
+// the profile is closed.
 #pragma once
 
 #include <cstddef>
@@ -26,6 +28,7 @@ struct ProfileKey {
 
 struct ProfileSection {
     std::string_view name;
+    std::string_view lines = {};  // as read; without data once taken apart
     ProfileKey* keys = nullptr;
     ProfileKey* last_key = nullptr;
     ProfileSection* next = nullptr;
@@ -54,17 +57,20 @@ struct MailProfile {
 
 namespace ovrmail::common {
 
-// First entry of that name, or null.
+// First section of that name, or null.
 ProfileSection* find_section(const MailProfile& profile, std::string_view name) noexcept;
-ProfileKey* find_key(const ProfileSection& section, std::string_view name) noexcept;
 
-// Where the list holds `entry`, so that it can be unlinked; `entry` must be in the list.
-template <class Entry>
-void unlink_entry(Entry*& first, Entry*& last, Entry* entry) noexcept {
-    Entry* before = nullptr;
-    for (Entry* at = first; at != entry; at = at->next) before = at;
-    (before == nullptr ? first : before->next) = entry->next;
-    if (last == entry) last = before;
+// Takes lines off `lines` up to and including the next one that holds a key. False at the end.
+bool next_key(std::string_view& lines, ProfileKey& key) noexcept;
+
+// Calls visit(key) for each key in order until it returns false.
+template <class Visit>
+void visit_keys(const ProfileSection& section, Visit visit) noexcept {
+    ProfileKey key;
+    for (std::string_view lines = section.lines; next_key(lines, key);)
+        if (!visit(key)) return;
+    for (const ProfileKey* at = section.keys; at != nullptr; at = at->next)
+        if (!visit(*at)) return;
 }
 
 }  // namespace ovrmail::common

@@ -55,79 +55,89 @@ bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
     }
 }
 
-// Takes the next line off `rest`, without its line end. A NUL ends a line early, as in any text.
+// Takes the next line off `rest`, without its line feed.
 std::string_view next_line(std::string_view& rest) noexcept {
     const std::size_t limit = std::min(rest.size(), kPieceSize);
-    const auto* const lf = static_cast<const char*>(std::memchr(rest.data(), '\n', limit));
-    std::string_view line(rest.data(),
-                          lf != nullptr ? static_cast<std::size_t>(lf - rest.data()) : limit);
-    rest.remove_prefix(line.size() + (lf != nullptr ? 1 : 0));
+    const auto* const feed = static_cast<const char*>(std::memchr(rest.data(), '\n', limit));
+    const std::size_t length =
+        feed != nullptr ? static_cast<std::size_t>(feed - rest.data()) : limit;
+    const std::string_view line = rest.substr(0, length);
+    rest.remove_prefix(length + (feed != nullptr ? 1 : 0));
+    return line;
+}
+
+// What counts of a line: all before a CR, and before a NUL, which ends any text.
+std::string_view cut_line(std::string_view line) noexcept {
     line = line.substr(0, line.find('\r'));
     return line.substr(0, line.find('\0'));
 }
 
-// Adds what one line says. `section` is the one that keys go to, null where they are ignored.
-// False when memory runs out.
-bool add_line(MailProfile& profile, ProfileSection*& section, std::string_view line) noexcept {
+// Whether `line` is a section header; `name` is then what stands between the brackets.
+bool is_header(std::string_view line, std::string_view& name) noexcept {
     const std::size_t start = line.find_first_not_of(' ');
-    if (start == std::string_view::npos || line[start] == ';') return true;
-    if (line[start] == '[') {
-        const std::size_t end = line.find(']', start);
-        if (end == std::string_view::npos) return true;
-        const std::string_view name = line.substr(start + 1, end - start - 1);
+    if (start == std::string_view::npos || line[start] != '[') return false;
+    line = cut_line(line).substr(start + 1);
+    const std::size_t end = line.find(']');
+    name = line.substr(0, end);
+    return end != std::string_view::npos;
+}
+
+// Lists the sections of `rest`. False when memory runs out.
+bool index_sections(std::string_view rest, MailProfile& profile) noexcept {
+    ProfileSection* section = nullptr;  // none: lines are ignored
+    while (!rest.empty()) {
+        std::string_view name;
+        if (!is_header(next_line(rest), name)) {
+            if (section != nullptr)
+                section->lines = {section->lines.data(),
+                                  static_cast<std::size_t>(rest.data() - section->lines.data())};
+            continue;
+        }
         section = nullptr;
-        if (name.size() > kProfileNameMax) return true;
-        section = profile.arena.make<ProfileSection>(name);
+        if (name.size() > kProfileNameMax) continue;  // its keys are not those of the one before
+        section = profile.arena.make<ProfileSection>(name, rest.substr(0, 0));
         if (section == nullptr) return false;
         profile.append(section);
-        return true;
-    }
-    const std::size_t equals = line.find('=');
-    if (section == nullptr || equals == std::string_view::npos || equals == 0 ||
-        equals > kProfileNameMax)
-        return true;
-    auto* const key =
-        profile.arena.make<ProfileKey>(line.substr(0, equals), line.substr(equals + 1));
-    if (key == nullptr) return false;
-    section->append(key);
-    return true;
-}
-
-bool read_profile(const char* path, MailProfile& profile) noexcept {
-    std::size_t size = 0;
-    if (!load(path, profile, size)) return false;
-    std::string_view rest(profile.text.get(), size);
-    ProfileSection* section = nullptr;
-    while (!rest.empty()) {
-        if (!add_line(profile, section, next_line(rest))) return false;
     }
     return true;
-}
-
-template <class Entry>
-Entry* find_entry(Entry* entry, std::string_view name) noexcept {
-    while (entry != nullptr && entry->name != name) entry = entry->next;
-    return entry;
 }
 
 // The value, or a view without data when there is none.
 std::string_view find_value(const MailProfile* profile, const char* section,
                             const char* key) noexcept {
-    if (profile == nullptr || section == nullptr || key == nullptr) return {};
+    std::string_view value;
+    if (profile == nullptr || section == nullptr || key == nullptr) return value;
     const ProfileSection* const found = find_section(*profile, section);
-    if (found == nullptr) return {};
-    const ProfileKey* const entry = find_key(*found, key);
-    return entry != nullptr ? entry->value : std::string_view();
+    if (found == nullptr) return value;
+    visit_keys(*found, [&, name = std::string_view(key)](const ProfileKey& entry) {
+        if (entry.name != name) return true;
+        value = entry.value;
+        return false;
+    });
+    return value;
 }
 
 }  // namespace
 
 ProfileSection* find_section(const MailProfile& profile, std::string_view name) noexcept {
-    return find_entry(profile.sections, name);
+    ProfileSection* section = profile.sections;
+    while (section != nullptr && section->name != name) section = section->next;
+    return section;
 }
 
-ProfileKey* find_key(const ProfileSection& section, std::string_view name) noexcept {
-    return find_entry(section.keys, name);
+bool next_key(std::string_view& lines, ProfileKey& key) noexcept {
+    while (!lines.empty()) {
+        const std::string_view line = cut_line(next_line(lines));
+        const std::size_t equals = line.find('=');
+        // Blanks in front belong to the name; they only do not hide a comment or a bracket.
+        if (equals == std::string_view::npos || equals == 0 || equals > kProfileNameMax) continue;
+        const char first = line[line.find_first_not_of(' ')];
+        if (first == ';' || first == '[') continue;
+        key.name = line.substr(0, equals);
+        key.value = line.substr(equals + 1);
+        return true;
+    }
+    return false;
 }
 
 }  // namespace ovrmail::common
@@ -144,7 +154,10 @@ MailProfile* Com_OpenPrivateProfile2(const char* path, std::uint32_t flags,
     if (place == nullptr) return set_error(err, errno), nullptr;
     auto* const profile = new (place) MailProfile;
     profile->flags = flags;
-    if (path == nullptr || read_profile(path, *profile)) return profile;
+    std::size_t size = 0;
+    if (path == nullptr ||
+        (load(path, *profile, size) && index_sections({profile->text.get(), size}, *profile)))
+        return profile;
     set_error(err, errno);
     Com_ClosePrivateProfile(profile, nullptr);
     return nullptr;

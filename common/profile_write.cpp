@@ -5,6 +5,8 @@
 // The file is rewritten by rewrite_file(), wholly or not at all.
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "common/error_word.hpp"
 #include "common/profile.hpp"
@@ -24,6 +26,15 @@ void mark_changed(MailProfile& profile) noexcept {
 std::int32_t out_of_memory(MailProfile& profile) noexcept {
     profile.state = ProfileState::kOutOfMemory;
     return kRefused;
+}
+
+// Takes `entry` out of the list it is in.
+template <class Entry>
+void unlink_entry(Entry*& first, Entry*& last, Entry* entry) noexcept {
+    Entry* before = nullptr;
+    for (Entry* at = first; at != entry; at = at->next) before = at;
+    (before == nullptr ? first : before->next) = entry->next;
+    if (last == entry) last = before;
 }
 
 ProfileKey* make_key(MailProfile& profile, std::string_view name, std::string_view value) noexcept {
@@ -46,10 +57,29 @@ std::int32_t add_section(MailProfile& profile, std::string_view name, std::strin
     return kDone;
 }
 
+// Makes a list of the keys of `section`, to be changed. False when memory runs out; the section
+// then stays as it is.
+bool take_apart(MailProfile& profile, ProfileSection& section) noexcept {
+    ProfileSection parted;
+    ProfileKey key;
+    for (std::string_view lines = section.lines; next_key(lines, key);) {
+        auto* const own = profile.arena.make<ProfileKey>(key);
+        if (own == nullptr) return false;
+        parted.append(own);
+    }
+    if (section.lines.data() == nullptr) return true;
+    section.lines = {};
+    section.keys = parted.keys;
+    section.last_key = parted.last_key;
+    return true;
+}
+
 // Sets, replaces or (value null) deletes one key of a section that exists.
 std::int32_t change_key(MailProfile& profile, ProfileSection& section, std::string_view name,
                         const char* value) noexcept {
-    ProfileKey* const key = find_key(section, name);
+    if (!take_apart(profile, section)) return out_of_memory(profile);
+    ProfileKey* key = section.keys;
+    while (key != nullptr && key->name != name) key = key->next;
     if (value == nullptr) {
         if (key == nullptr) return kDone;
         unlink_entry(section.keys, section.last_key, key);
@@ -66,20 +96,22 @@ std::int32_t change_key(MailProfile& profile, ProfileSection& section, std::stri
     return kDone;
 }
 
-// Calls put(text) for every stretch of the file as it is written back.
+// Calls put(text) for every stretch of the file as it is written back. Sections without keys are
+// left out.
 template <class Put>
 void for_each_stretch(const MailProfile& profile, Put put) noexcept {
     const std::string_view line_end = (profile.flags & kProfileCrLf) != 0 ? "\r\n" : "\n";
+    const auto put_line = [&](std::string_view a, std::string_view b, std::string_view c) {
+        for (const std::string_view text : {a, b, c, line_end}) put(text);
+    };
     for (const ProfileSection* section = profile.sections; section != nullptr;
          section = section->next) {
-        if (section->keys == nullptr) continue;
-        for (const std::string_view text :
-             {std::string_view("["), section->name, std::string_view("]"), line_end})
-            put(text);
-        for (const ProfileKey* key = section->keys; key != nullptr; key = key->next)
-            for (const std::string_view text :
-                 {key->name, std::string_view("="), key->value, line_end})
-                put(text);
+        bool first = true;
+        visit_keys(*section, [&](const ProfileKey& key) {
+            if (std::exchange(first, false)) put_line("[", section->name, "]");
+            put_line(key.name, "=", key.value);
+            return true;
+        });
     }
 }
 
