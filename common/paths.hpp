@@ -7,6 +7,9 @@ inline constexpr const char* kInstallDir = "/opt/Quorvin";
 inline constexpr const char* kConfigDir = "/etc/opt/Quorvin";
 inline constexpr const char* kDataDir = "/var/opt/Quorvin";
 
+inline constexpr const char* kAgentRecord = "/opt/Quorvin/etc/Dovrin.reg";
+inline constexpr const char* kSettingsRecord = "/opt/Quorvin/etc/korvanta.reg";
+
 inline constexpr const char* kTraceConfig = "/etc/opt/Quorvin/trc_conf";
 inline constexpr const char* kMailOptions = "/etc/opt/Quorvin/rmmail.ini";
 inline constexpr const char* kResolverConfig = "/etc/resolv.conf";

@@ -1,4 +1,15 @@
-/* inst_info.h - installation records of the agent and of the management product. */
+/* inst_info.h - installation records of the agent and of the management product.
+ *
+ * They are kept in profile files (profile.h), numbers as hexadecimal texts:
+ *   /opt/Quorvin/etc/Dovrin.reg      version and add-on of the agent
+ *   /opt/Quorvin/etc/korvanta.reg    start type and companion version
+ *   /opt/korvanta/etc/korvanta.reg   version of the management product
+ * All functions return 0; -1 when a profile could not be opened for want of memory, or for a null
+ * record; -2 when a key is missing (so a missing file, too) or the file could not be written.
+ *   err  out, may be null: errno of what failed in the system; untouched when nothing did
+ * A setter rewrites each file wholly or leaves it as it was, on a full disk as well;
+ * Com_ClosePrivateProfile2 says how and with which exceptions. Comments and empty sections are
+ * lost. Two processes that set at the same time are for the callers to keep apart. */
 #ifndef OVRMAIL_INST_INFO_H
 #define OVRMAIL_INST_INFO_H
 
@@ -23,12 +34,27 @@ typedef struct MailInstInfo {
     uint32_t ulStartType; /* DM_Start */
 } MailInstInfo;
 
+/* Info_GetDovrinInstInfo - the agent: version, add-on, directories, start type and, where it is
+ * stored, the companion version. The record is cleared first; a failure leaves what was read. */
 MAIL_API int32_t Info_GetDovrinInstInfo(MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
+
+/* Info_GetKorvantaInstInfo - the management product: version and directories. The record is not
+ * cleared, other fields stay. */
 MAIL_API int32_t Info_GetKorvantaInstInfo(MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
+
+/* Info_CheckKorvantaVersion - 0 when the version of `info` is 5.0 level 30 or later, else -1. */
 MAIL_API int32_t Info_CheckKorvantaVersion(const MailInstInfo* info) MAIL_NOEXCEPT;
+
+/* Info_SetDovrinInstInfo - write the add-on, then the start type and the companion version. When
+ * the second file fails the first stays written. */
 MAIL_API int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
+
+/* Info_SetDovrinStartType - store the start type in the record, copy the record's version into its
+ * companion version, and write both. The record changes even when the file cannot be written. */
 MAIL_API int32_t Info_SetDovrinStartType(MailInstInfo* info, uint32_t start_type,
                                          uint32_t* err) MAIL_NOEXCEPT;
+
+/* Info_SetDovrinInstallType - write the add-on. */
 MAIL_API int32_t Info_SetDovrinInstallType(uint32_t addon, uint32_t* err) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS

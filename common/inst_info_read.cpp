@@ -1,0 +1,103 @@
+// inst_info_read.cpp - reads the installation records, and judges the management product's age.
+//
+// The status query reads both records; the rest of the agent calls the getters as it likes.
+// Numbers are hexadecimal texts, with or without "0x". A file that is missing reads as empty, so
+// it shows as a missing key. No state.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <span>
+
+#include "common/error_word.hpp"
+#include "common/inst_info.hpp"
+#include "common/paths.hpp"
+#include "common/text.hpp"
+#include "profile.h"
+
+namespace ovrmail::common {
+namespace {
+
+constexpr std::int32_t kMissing = -1;  // a stored value of all ones counts as missing, too
+
+struct CloseUnchanged {
+    void operator()(MailProfile* profile) const noexcept {
+        Com_ClosePrivateProfile(profile, nullptr);
+    }
+};
+using ReadProfile = std::unique_ptr<MailProfile, CloseUnchanged>;
+
+ReadProfile open_record(const char* path, std::uint32_t* err) noexcept {
+    return ReadProfile(Com_OpenPrivateProfile2(path, 0, err));
+}
+
+bool read_key(const ReadProfile& profile, const InstInfoKey& key, MailInstInfo& info) noexcept {
+    const std::int32_t value =
+        Com_GetPrivateProfileIntHex(profile.get(), key.section, key.key, kMissing, nullptr);
+    if (value == kMissing) return false;
+    info.*key.field = static_cast<std::uint32_t>(value);
+    return true;
+}
+
+bool read_keys(const ReadProfile& profile, std::span<const InstInfoKey> keys,
+               MailInstInfo& info) noexcept {
+    for (const InstInfoKey& key : keys)
+        if (!read_key(profile, key, info)) return false;
+    return true;
+}
+
+void set_agent_directories(MailInstInfo& info) noexcept {
+    copy_into(info.szInstallDir, paths::kInstallDir);
+    copy_into(info.szConfigDir, paths::kConfigDir);
+    copy_into(info.szDataDir, paths::kDataDir);
+    copy_into(info.szPartnerInstallDir, paths::kPartnerInstallDir);
+    copy_into(info.szPartnerConfigDir, paths::kPartnerConfigDir);
+    copy_into(info.szPartnerDataDir, paths::kPartnerDataDir);
+}
+
+void set_manager_directories(MailInstInfo& info) noexcept {
+    copy_into(info.szInstallDir, paths::kManagerInstallDir);
+    copy_into(info.szConfigDir, paths::kManagerConfigDir);
+    copy_into(info.szDataDir, paths::kManagerDataDir);
+    copy_into(info.szPartnerInstallDir, paths::kManagerPartnerInstallDir);
+    copy_into(info.szPartnerConfigDir, paths::kManagerPartnerConfigDir);
+    copy_into(info.szPartnerDataDir, paths::kManagerPartnerDataDir);
+}
+
+}  // namespace
+}  // namespace ovrmail::common
+
+using namespace ovrmail::common;
+
+std::int32_t Info_GetDovrinInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
+    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    const ReadProfile agent = open_record(paths::kAgentRecord, err);
+    if (agent == nullptr) return kInfoNotOpened;
+    std::memset(info, 0, sizeof *info);
+    if (!read_keys(agent, kVersionKeys, *info) || !read_key(agent, kAddonKey, *info))
+        return kInfoMissingOrNotWritten;
+    set_agent_directories(*info);
+
+    const ReadProfile settings = open_record(paths::kSettingsRecord, err);
+    if (settings == nullptr) return kInfoNotOpened;
+    if (!read_key(settings, kStartKey, *info)) return kInfoMissingOrNotWritten;
+    for (const InstInfoKey& key : kCompanionKeys) read_key(settings, key, *info);
+    return kInfoOk;
+}
+
+std::int32_t Info_GetKorvantaInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
+    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    const ReadProfile manager = open_record(paths::kManagerRecord, err);
+    if (manager == nullptr) return kInfoNotOpened;
+    if (!read_keys(manager, kVersionKeys, *info)) return kInfoMissingOrNotWritten;
+    set_manager_directories(*info);
+    return kInfoOk;
+}
+
+std::int32_t Info_CheckKorvantaVersion(const MailInstInfo* info) noexcept {
+    constexpr std::uint32_t kOldestMajor = 5;
+    constexpr std::uint32_t kTooOldLevel = 29;  // 5.0 level 30 is the oldest accepted release
+    constexpr std::int32_t kTooOld = -1;
+    if (info == nullptr || info->ulMajorVersion < kOldestMajor) return kTooOld;
+    if (info->ulMajorVersion > kOldestMajor) return kInfoOk;
+    return info->ulMinorVersion != 0 || info->ulLevel > kTooOldLevel ? kInfoOk : kTooOld;
+}

@@ -1,0 +1,96 @@
+// inst_info_write.cpp - writes settings of the installation records.
+//
+// Called by the rest of the agent only. The DM keys are written with prefix and eight digits, the
+// QXACS keys as bare hexadecimal digits; readers take both. Each file is rewritten wholly or left
+// as it was, see rewrite.hpp. No state.
+#include <array>
+#include <cerrno>
+#include <span>
+#include <utility>
+
+#include "common/error_word.hpp"
+#include "common/inst_info.hpp"
+#include "common/paths.hpp"
+#include "common/text.hpp"
+#include "profile.h"
+
+namespace ovrmail::common {
+namespace {
+
+constexpr std::uint32_t kWritable = 1;  // LF line ends
+
+// A record open for writing. Without close() nothing is written.
+class RecordWriter {
+public:
+    RecordWriter(const char* path, std::uint32_t* err) noexcept
+        : path_(path), err_(err), profile_(Com_OpenPrivateProfile2(path, kWritable, err)) {}
+    RecordWriter(const RecordWriter&) = delete;
+    RecordWriter& operator=(const RecordWriter&) = delete;
+    ~RecordWriter() { Com_ClosePrivateProfile(profile_, nullptr); }
+
+    [[nodiscard]] bool opened() const noexcept { return profile_ != nullptr; }
+
+    [[nodiscard]] bool setting(const InstInfoKey& key, std::uint32_t value) noexcept {
+        format_into(text_, "0x%08x", value);
+        return write(key);
+    }
+    [[nodiscard]] bool version(const InstInfoKey& key, std::uint32_t value) noexcept {
+        format_into(text_, "%x", value);
+        return write(key);
+    }
+    [[nodiscard]] bool close() noexcept {
+        return Com_ClosePrivateProfile2(std::exchange(profile_, nullptr), path_, err_) == 0;
+    }
+
+private:
+    bool write(const InstInfoKey& key) noexcept {
+        if (Com_WritePrivateProfileString(profile_, key.section, key.key, text_) == 1) return true;
+        set_error(err_, ENOMEM);
+        return false;
+    }
+
+    const char* path_;
+    std::uint32_t* err_;
+    MailProfile* profile_;
+    char text_[sizeof "0x12345678"] = "";
+};
+
+std::int32_t write_addon(std::uint32_t addon, std::uint32_t* err) noexcept {
+    RecordWriter record(paths::kAgentRecord, err);
+    if (!record.opened()) return kInfoNotOpened;
+    return record.setting(kAddonKey, addon) && record.close() ? kInfoOk : kInfoMissingOrNotWritten;
+}
+
+std::int32_t write_settings(const MailInstInfo& info, std::uint32_t* err) noexcept {
+    RecordWriter record(paths::kSettingsRecord, err);
+    if (!record.opened()) return kInfoNotOpened;
+    if (!record.setting(kStartKey, info.ulStartType)) return kInfoMissingOrNotWritten;
+    for (const InstInfoKey& key : kCompanionKeys)
+        if (!record.version(key, info.*key.field)) return kInfoMissingOrNotWritten;
+    return record.close() ? kInfoOk : kInfoMissingOrNotWritten;
+}
+
+}  // namespace
+}  // namespace ovrmail::common
+
+using namespace ovrmail::common;
+
+std::int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, std::uint32_t* err) noexcept {
+    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    const std::int32_t rc = write_addon(info->ulAddon, err);
+    return rc == kInfoOk ? write_settings(*info, err) : rc;
+}
+
+std::int32_t Info_SetDovrinStartType(MailInstInfo* info, std::uint32_t start_type,
+                                     std::uint32_t* err) noexcept {
+    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    info->ulStartType = start_type;
+    info->ulCompanionMajorVersion = info->ulMajorVersion;
+    info->ulCompanionMinorVersion = info->ulMinorVersion;
+    info->ulCompanionLevel = info->ulLevel;
+    return write_settings(*info, err);
+}
+
+std::int32_t Info_SetDovrinInstallType(std::uint32_t addon, std::uint32_t* err) noexcept {
+    return write_addon(addon, err);
+}
