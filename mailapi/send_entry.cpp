@@ -9,28 +9,15 @@
 #include "log/trace_scope.hpp"
 #include "mail_api.h"
 #include "mail_log.h"
+#include "mailapi/call_trace.hpp"
 #include "mailapi/work_file.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
 
-constexpr const char* kTraceName = "acert";
-
 // A plain integer: it keeps a second call out while one runs; two threads that enter at the very
 // same moment are for the caller to keep apart.
 std::int32_t g_busy = 0;
-
-TraceHandle* open_trace() noexcept {
-    std::int32_t size_kb = 5;
-    std::int32_t level = 1;
-    std::int32_t number = 5;
-    GetTraceInfo("ACERT", 0, &size_kb, &level, &number);
-    DeleteOldFiles(0, kTraceName, number, static_cast<std::uint32_t>(level));
-    std::array<char, kPathSize> path{};
-    MakeTraceFileName(path.data(), 0, kTraceName, static_cast<std::uint32_t>(level));
-    return Topen(path.data(), static_cast<std::uint32_t>(size_kb),
-                 static_cast<std::uint32_t>(level));
-}
 
 // The busy flag, the trace and the mail log of one call. Trace and log may stay off.
 class Session {
@@ -39,7 +26,7 @@ public:
         g_busy = 1;
         g_trace = nullptr;
         g_pLogHandle = nullptr;
-        g_trace = open_trace();
+        g_trace = open_call_trace("ACERT", "acert", 1);
     }
     ~Session() {
         Tclose(g_trace);
