@@ -1,0 +1,207 @@
+// scripted_server.cpp - see scripted_server.hpp.
+#include "support/scripted_server.hpp"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <utility>
+
+namespace support {
+namespace {
+
+constexpr int kPartPauseMs = 2;  // lets a part arrive alone
+
+int bound_socket(std::uint16_t& port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    if (::bind(fd, plain, size) != 0 || ::getsockname(fd, plain, &size) != 0) std::abort();
+    port = ntohs(address.sin_port);
+    return fd;
+}
+
+void send_all(int fd, std::string_view bytes, std::size_t part) {
+    while (!bytes.empty()) {
+        const std::string_view now = bytes.substr(0, part != 0 ? part : bytes.size());
+        const ssize_t sent = ::send(fd, now.data(), now.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return;  // the client has gone, which its own test judges
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+        if (!bytes.empty()) ::poll(nullptr, 0, kPartPauseMs);
+    }
+}
+
+}  // namespace
+
+ScriptedServer::ScriptedServer(Script script, ServerOptions options)
+    : scripts_{std::move(script)}, options_(std::move(options)), listener_(bound_socket(port_)) {
+    scripts_.insert(scripts_.end(), options_.later.begin(), options_.later.end());
+    if (options_.receive_buffer != 0)
+        ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &options_.receive_buffer, sizeof(int));
+    if (::pipe(stop_) != 0) std::abort();
+    if (options_.listening) listen();
+}
+
+ScriptedServer::~ScriptedServer() {
+    finish();
+    ::close(stop_[0]);
+    ::close(stop_[1]);
+}
+
+void ScriptedServer::listen() {
+    if (::listen(listener_, 16) != 0) std::abort();
+    thread_ = std::thread([this] { run(); });
+}
+
+void ScriptedServer::finish() {
+    if (listener_ < 0) return;
+    if (::write(stop_[1], "", 1) != 1) std::abort();
+    if (thread_.joinable()) thread_.join();
+    ::close(listener_);
+    listener_ = -1;
+}
+
+// Whether there is something to read; false once the server is to end and nothing has arrived.
+bool ScriptedServer::wait(int fd) {
+    pollfd entries[] = {{fd, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+    while (::poll(entries, 2, -1) < 0) continue;
+    return entries[0].revents != 0;
+}
+
+void ScriptedServer::run() {
+    while (wait(listener_)) {
+        Session session;
+        session.fd = ::accept(listener_, nullptr, nullptr);
+        if (session.fd < 0) continue;
+        const int on = 1;
+        ::setsockopt(session.fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        const Script& script = scripts_[std::min(sessions_.size(), scripts_.size() - 1)];
+        options_.any_order ? serve_any_order(session, script) : serve_in_order(session, script);
+        if (session.fd >= 0) ::close(session.fd);
+        sessions_.push_back(std::move(session));
+    }
+}
+
+void ScriptedServer::serve_in_order(Session& session, const Script& script) {
+    for (const Row& row : script) {
+        std::string line;
+        if (!row.expect.empty() && !take(session, row.expect == kBody, line)) return;
+        if (row.expect != kBody && !line.starts_with(row.expect)) {
+            problem_ = "not in the script: " + line;
+            break;
+        }
+        if (!answer(session, row)) return;
+    }
+    std::string rest;
+    while (take(session, false, rest)) continue;
+}
+
+void ScriptedServer::serve_any_order(Session& session, const Script& script) {
+    const auto answered = [&](std::string_view line) {
+        const auto row = std::ranges::find_if(script, [line](const Row& candidate) {
+            return candidate.expect.empty() ? line.empty() : line.starts_with(candidate.expect);
+        });
+        if (row == script.end()) problem_ = "not in the script: " + std::string(line);
+        body_follows_ = row != script.end() && row->reply.starts_with("354");
+        return row != script.end() && answer(session, *row);
+    };
+    bool body = false;
+    for (std::string line; answered(body ? kBody : line);) {
+        body = body_follows_;
+        if (!take(session, body, line)) return;
+    }
+}
+
+// Answers; false when the connection has ended.
+bool ScriptedServer::answer(Session& session, const Row& row) {
+    if (options_.reply_delay_ms != 0) ::poll(nullptr, 0, options_.reply_delay_ms);
+    send_all(session.fd, row.reply, row.part);
+    switch (row.then) {
+        case Then::kGoOn:
+            return true;
+        case Then::kReset: {
+            const linger now{1, 0};
+            ::setsockopt(session.fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+            [[fallthrough]];
+        }
+        case Then::kClose:
+            ::close(std::exchange(session.fd, -1));
+            return false;
+        case Then::kStall:
+            for (std::string rest; take(session, false, rest);) continue;
+            return false;
+        case Then::kDeaf:
+            wait(-1);
+            return false;
+    }
+    return false;
+}
+
+// Takes a command with its line end, or a body without its end mark.
+bool ScriptedServer::take(Session& session, bool body, std::string& out) {
+    const std::string_view mark = body ? "\r\n.\r\n" : "\n";
+    std::string& pending = session.pending;
+    for (std::size_t from = 0;;) {
+        const std::size_t at = pending.find(mark, from);
+        if (at != std::string::npos) {
+            out = pending.substr(0, body ? at : at + mark.size());
+            pending.erase(0, at + mark.size());
+            (body ? session.bodies : session.commands).push_back(out);
+            return true;
+        }
+        from = pending.size() - std::min(pending.size(), mark.size() - 1);
+        std::array<char, 65536> block;
+        const ssize_t got =
+            wait(session.fd) ? ::recv(session.fd, block.data(), block.size(), 0) : 0;
+        if (got <= 0) return false;
+        session.received.append(block.data(), static_cast<std::size_t>(got));
+        pending.append(block.data(), static_cast<std::size_t>(got));
+    }
+}
+
+const std::string& ScriptedServer::problem() { return finish(), problem_; }
+
+std::size_t ScriptedServer::connections() { return finish(), sessions_.size(); }
+
+const ScriptedServer::Session& ScriptedServer::session(std::size_t connection) {
+    static const Session kNone;
+    finish();
+    return connection < sessions_.size() ? sessions_[connection] : kNone;
+}
+
+const std::string& ScriptedServer::received(std::size_t connection) {
+    return session(connection).received;
+}
+
+const std::vector<std::string>& ScriptedServer::commands(std::size_t connection) {
+    return session(connection).commands;
+}
+
+const std::vector<std::string>& ScriptedServer::bodies(std::size_t connection) {
+    return session(connection).bodies;
+}
+
+Script friendly(Script changes) {
+    const Script rows = {{"", "220 hi\r\n"},      {"EHLO", "250 hi\r\n"}, {"HELO", "250 hi\r\n"},
+                         {"MAIL", "250 ok\r\n"},  {"RCPT", "250 ok\r\n"}, {"DATA", "354 go\r\n"},
+                         {kBody, "250 kept\r\n"}, {"RSET", "250 ok\r\n"}, {"QUIT", "221 bye\r\n"}};
+    changes.insert(changes.end(), rows.begin(), rows.end());
+    return changes;
+}
+
+std::uint16_t refusing_port() {
+    static std::uint16_t port = 0;
+    static const int kept = bound_socket(port);  // bound, never listening
+    return kept >= 0 ? port : 0;
+}
+
+}  // namespace support
