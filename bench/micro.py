@@ -1,0 +1,2 @@
+"""x"""
+def run(b,d): return {}

@@ -1,0 +1,2 @@
+def document(r):
+    return ""
