@@ -129,8 +129,8 @@ int run(int argc, char** argv, const std::function<void(const Mail&)>& send) {
         std::printf(
             "{\"count\": %ld, \"wall_s\": %.9f, \"slowest_s\": %.9f, \"user_s\": %.6f, "
             "\"sys_s\": %.6f, \"peak_kib\": %ld}\n",
-            count, wall.count(), slowest.count(), after.user - before.user,
-            after.sys - before.sys, peak_kib());
+            count, wall.count(), slowest.count(), after.user - before.user, after.sys - before.sys,
+            peak_kib());
         return 0;
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "%s: %s\n", argv[0], problem.what());

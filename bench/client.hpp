@@ -29,8 +29,8 @@ struct Mail {
 std::string date_field();
 
 // Parses the command line, sends the mail as often as it says and prints one JSON line:
-// {"count", "wall_s", "slowest_s", "user_s", "sys_s", "peak_kib"}. `send` throws when a mail fails; the
-// result is then 1.
+// {"count", "wall_s", "slowest_s", "user_s", "sys_s", "peak_kib"}. `send` throws when a mail fails;
+// the result is then 1.
 int run(int argc, char** argv, const std::function<void(const Mail&)>& send);
 
 }  // namespace bench

@@ -1,8 +1,7 @@
 // esmtp.cpp - libESMTP. It leaves MIME to its caller: the message is composed into a memory file
 // by the bench, and read from there by the library.
-#include <sys/types.h>
-
 #include <libesmtp.h>
+#include <sys/types.h>
 
 #include <cstdio>
 #include <stdexcept>
