@@ -1,12 +1,12 @@
 // esmtp.cpp - libESMTP. It leaves MIME to its caller: the message is composed into a memory file
 // by the bench, and read from there by the library.
+#include "compose.hpp"  // before the library's header, which takes size_t as known
+// clang-format off
 #include <libesmtp.h>
-#include <sys/types.h>
+// clang-format on
 
 #include <cstdio>
 #include <stdexcept>
-
-#include "compose.hpp"
 
 namespace {
 
