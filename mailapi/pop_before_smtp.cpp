@@ -45,7 +45,8 @@ std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
 // An interrupted select leaves in `rest` what is still to be waited for.
 void wait_ms(std::int32_t ms) noexcept {
     if (ms == 0) return;
-    timeval rest{ms / 1000, ms % 1000 * 1000};
+    constexpr long kUsPerMs = 1000;
+    timeval rest{ms / 1000, ms % 1000 * kUsPerMs};
     common::retry_eintr(common::kNoLimit,
                         [&] { return ::select(0, nullptr, nullptr, nullptr, &rest); });
 }

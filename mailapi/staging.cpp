@@ -12,10 +12,11 @@ namespace ovrmail::mailapi {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::size_t kBodyBlock = 8192;
 
 // A lone LF and CR LF both become CR LF; the text always ends with a line break of its own.
 bool write_crlf_lines(int fd, std::string_view text, std::uint32_t* err) noexcept {
-    std::array<char, 8 * 1024> block;
+    std::array<char, kBodyBlock> block;
     common::BlockWriter out(fd, block);
     for (std::size_t lf = text.find('\n'); lf != std::string_view::npos; lf = text.find('\n')) {
         std::string_view line = text.substr(0, lf);

@@ -1,0 +1,179 @@
+// Arguments: the code of each bad one, before any file or connection exists; and the limits.
+#include <gtest/gtest.h>
+#include <netdb.h>
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "support/fault.hpp"
+#include "support/sample_mail.hpp"
+#include "support/support.hpp"
+
+namespace {
+
+using support::SampleMail;
+
+// A request that passes every check ends where the server's name is looked up.
+constexpr std::int32_t kAccepted = MAIL_E_CONNECT;
+
+MailEntry attachment(const char* path, std::uint32_t kind = MAIL_KIND_ATTACHMENT) {
+    return {kind, 0, path};
+}
+
+const std::string kLongPath = [] {
+    std::string path(1024, '/');
+    return path.replace(1018, 6, "passwd").replace(0, 5, "/etc/");
+}();
+const std::string kTooLongPath = "/" + kLongPath;
+
+struct Case {
+    const char* name;
+    std::function<void(SampleMail&)> change;
+    std::int32_t wanted;
+};
+
+const Case kCases[] = {
+    {"good", [](auto&) {}, kAccepted},
+    // recipients
+    {"count 0", [](auto& m) { m.recipient_count = 0; }, -5},
+    {"count below 0", [](auto& m) { m.recipient_count = ~0U; }, -5},
+    {"count 5", [](auto& m) { m.recipient_count = 5; }, kAccepted},
+    {"recipient kind", [](auto& m) { m.recipient.kind = 2; }, -5},
+    {"recipient empty", [](auto& m) { m.to = ""; }, -5},
+    {"recipient 256", [](auto& m) { m.to.assign(256, 'a'); }, kAccepted},
+    {"recipient 257", [](auto& m) { m.to.assign(257, 'a'); }, -5},
+    {"recipient with CR", [](auto& m) { m.to = "a@b\rDATA"; }, -5},
+    {"recipient with LF", [](auto& m) { m.to = "a@b\nBcc: c"; }, -5},
+    {"recipient before sender", [](auto& m) { m.to = m.from = ""; }, -5},
+    // sender and server
+    {"sender empty", [](auto& m) { m.from = ""; }, -1},
+    {"sender 256", [](auto& m) { m.from.assign(256, 'a'); }, kAccepted},
+    {"sender 257", [](auto& m) { m.from.assign(257, 'a'); }, -1},
+    {"sender with LF", [](auto& m) { m.from = "a@b>\nRCPT"; }, -1},
+    {"server empty", [](auto& m) { m.server = ""; }, -1},
+    {"server 256", [](auto& m) { m.server = std::string(248, 'a') + ".invalid"; }, kAccepted},
+    {"server 257", [](auto& m) { m.server.assign(257, 'a'); }, -1},
+    // parts
+    {"body as attachment", [](auto& m) { m.attachments = {attachment("/etc/passwd", 2)}; }, -1},
+    {"part kind 7", [](auto& m) { m.attachments = {attachment("/etc/passwd", 7)}; }, -1},
+    {"part null", [](auto& m) { m.attachments = {attachment(nullptr)}; }, -1},
+    {"part empty", [](auto& m) { m.attachments = {attachment("")}; }, -1},
+    {"path 1024", [](auto& m) { m.attachments = {attachment(kLongPath.c_str())}; }, kAccepted},
+    {"path 1025", [](auto& m) { m.attachments = {attachment(kTooLongPath.c_str())}; }, -1},
+    {"no such file", [](auto& m) { m.attachments = {attachment("/nowhere")}; }, -8},
+    {"prepared with a body", [](auto& m) { m.attachments = {attachment("/etc/passwd", 5)}; }, -1},
+    {"prepared",
+     [](auto& m) { m.has_body = false, m.attachments = {attachment("/etc/passwd", 5)}; },
+     kAccepted},
+    {"prepared and partial",
+     [](auto& m) {
+         m.has_body = false, m.partial = 1, m.attachments = {attachment("/etc/passwd", 5)};
+     },
+     -1},
+    {"prepared with a header",
+     [](auto& m) {
+         m.has_body = false;
+         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 6)};
+     },
+     kAccepted},
+    {"prepared with an attachment",
+     [](auto& m) {
+         m.has_body = false;
+         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 3)};
+     },
+     -1},
+    {"prepared with four parts",
+     [](auto& m) {
+         m.has_body = false;
+         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 6),
+                          attachment("/etc/passwd", 3)};
+     },
+     -1},
+    {"prepared in second place",
+     [](auto& m) {
+         m.attachments = {attachment("/etc/passwd"), attachment("/etc/passwd", 5)};
+     },
+     -1},
+    {"header without prepared",
+     [](auto& m) {
+         m.attachments = {attachment("/etc/passwd"), attachment("/etc/passwd", 6)};
+     },
+     -1},
+    // flag, split, time-outs
+    {"partial 2", [](auto& m) { m.partial = 2; }, -1},
+    {"split 9", [](auto& m) { m.split.lSplitSize = 9; }, -1},
+    {"split 100", [](auto& m) { m.split.lSplitSize = 100; }, kAccepted},
+    {"split 101", [](auto& m) { m.split.lSplitSize = 101; }, -1},
+    {"time-out 59", [](auto& m) { m.time_out.ulConnectTimeOut = 59; }, -1},
+    {"time-out 3600", [](auto& m) { m.time_out.ulEndDataTimeOut = 3600; }, kAccepted},
+    {"time-out 3601", [](auto& m) { m.time_out.ulEndDataTimeOut = 3601; }, -1},
+    {"time-out below 0", [](auto& m) { m.time_out.ulSendDataTimeOut = ~0U; }, -1},
+    // texts
+    {"subject 64", [](auto& m) { m.subject.assign(64, 's'); }, kAccepted},
+    {"subject 65", [](auto& m) { m.subject.assign(65, 's'); }, -1},
+    {"body 10238", [](auto& m) { m.body.assign(10238, 'b'); }, kAccepted},
+    {"body 10239", [](auto& m) { m.body.assign(10239, 'b'); }, -1},
+    {"body null", [](auto& m) { m.has_body = false; }, kAccepted},
+    // authentication
+    {"auth kind 3", [](auto& m) { m.use_auth(), m.auth.kind = 3; }, -1},
+    {"auth null",
+     [](auto& m) {
+         m.auth = {MAIL_AUTH_SMTP, 0, nullptr};
+     },
+     -1},
+    {"auth good", [](auto& m) { m.use_auth(); }, kAccepted},
+    {"user empty", [](auto& m) { m.use_auth(), m.account.szUser[0] = 0; }, -1},
+    {"user 65", [](auto& m) { m.use_auth(), std::memset(m.account.szUser, 'u', 65); }, -1},
+    {"password empty", [](auto& m) { m.use_auth(), m.account.szPassword[0] = 0; }, kAccepted},
+    {"password 65", [](auto& m) { m.use_auth(), std::memset(m.account.szPassword, 'p', 65); }, -1},
+    {"mechanisms 8", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 8; }, -1},
+    {"mechanisms 9", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 9; }, kAccepted},
+    {"pop user empty", [](auto& m) { m.use_pop(), m.pop.szUser[0] = 0; }, -1},
+    {"pop password 65", [](auto& m) { m.use_pop(), std::memset(m.pop.szPassword, 'p', 65); }, -1},
+    {"pop host empty", [](auto& m) { m.use_pop(), m.pop.szHost[0] = 0; }, -1},
+    {"pop host 257", [](auto& m) { m.use_pop(), std::memset(m.pop.szHost, 'h', 257); }, -1},
+    {"pop wait below 0", [](auto& m) { m.use_pop(), m.pop.lWaitMs = -1; }, -1},
+    {"pop wait too long", [](auto& m) { m.use_pop(), m.pop.lWaitMs = 3600001; }, -1},
+    {"pop wait longest",
+     [](auto& m) { m.use_pop(), m.pop.lWaitMs = 3600000, std::strcpy(m.pop.szHost, "a.invalid"); },
+     MAIL_E_POP_CONNECT},
+};
+
+TEST(Arguments, EachBadOneHasItsCodeBeforeAnythingIsTouched) {
+    for (const Case& row : kCases) {
+        SCOPED_TRACE(row.name);
+        SampleMail mail;
+        mail.server = "a.invalid";
+        row.change(mail);
+        // The first deed of staging, and its failure is ignored: it tells whether one got there.
+        fault::fail_on("unlink", support::kWorkDir, ENOENT);
+        EXPECT_EQ(mail.send_parts(), row.wanted);
+        EXPECT_EQ(fault::was_hit(), row.wanted == kAccepted || row.wanted == MAIL_E_ATTACHMENT);
+        const bool unknown_host = row.wanted == kAccepted || row.wanted == MAIL_E_POP_CONNECT;
+        EXPECT_EQ(std::string(mail.detail.data()),
+                  unknown_host ? std::to_string(HOST_NOT_FOUND) : "");
+        EXPECT_TRUE(support::files_in(support::kWorkDir).empty());
+    }
+}
+
+TEST(Arguments, NullPointersLeaveTheDetailUntouched) {
+    const MailEntry to{MAIL_KIND_RECIPIENT, 0, "a@b"};
+    const MailEntry body{MAIL_KIND_BODY, 0, nullptr};
+    for (int null = 0; null < 6; ++null) {
+        std::array<char, 256> detail{"untouched"};
+        EXPECT_EQ(OvRm_SendEMailPartial_parts(
+                      0, null == 0 ? nullptr : &to, 1, null == 1 ? nullptr : &body, 1,
+                      null == 2 ? nullptr : "a@b", null == 3 ? nullptr : "s",
+                      null == 4 ? nullptr : "a.invalid", 0, nullptr, nullptr, nullptr,
+                      detail.data(), null == 5 ? nullptr : support::kWorkDir),
+                  MAIL_E_ARGUMENT);
+        EXPECT_STREQ(detail.data(), "untouched");
+    }
+    EXPECT_EQ(OvRm_SendEMail(&to, 1, &body, 1, "a@b", "s", "a.invalid", 0, nullptr, nullptr,
+                             nullptr, nullptr),
+              MAIL_E_ARGUMENT);
+}
+
+}  // namespace

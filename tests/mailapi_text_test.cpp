@@ -1,0 +1,179 @@
+// Text on its way into the mail: the code of the locale, conversion, line ends, the estimate.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "mailapi/result_map.hpp"
+#include "mailapi/steps.hpp"
+#include "support/fault.hpp"
+#include "support/sample_mail.hpp"
+#include "support/support.hpp"
+
+namespace {
+
+using namespace ovrmail::mailapi;
+namespace fs = std::filesystem;
+
+// A job as it stands after the checks.
+struct Prepared {
+    explicit Prepared(const char* body, const char* subject = "",
+                      std::vector<MailEntry> attachments = {})
+        : parts{{MAIL_KIND_BODY, 0, body}}, job(args) {
+        parts.insert(parts.end(), attachments.begin(), attachments.end());
+        args.detail = detail.data();
+        args.work_dir = support::kWorkDir;
+        job.parts = parts;
+        job.body_length = body != nullptr ? std::string_view(body).size() : 0;
+        std::string_view(subject).copy(job.subject.data(), kSubjectSize - 1);
+    }
+    std::vector<MailEntry> parts;
+    std::array<char, kDetailSize> detail{};
+    SendArguments args{};
+    SendJob job;
+};
+
+// One compiled EUC locale, under several names; the process locale is C again afterwards.
+class EucLocale : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        home_ = std::make_unique<support::TempDir>();
+        const std::string compile =
+            "localedef -c -i ja_JP -f EUC-JP " + home_->file("ja_JP.eucJP") + " >/dev/null 2>&1";
+        usable_ = std::system(compile.c_str()) == 0 || fs::exists(home_->file("ja_JP.eucJP"));
+        for (const char* name : {"JA_JP.EUCJP", "JA", "ja", "ja_JP.SJIS", "ja_JP.ujis"}) {
+            if (usable_) fs::create_symlink("ja_JP.eucJP", home_->file(name));
+        }
+        ::setenv("LOCPATH", home_->path().c_str(), 1);
+    }
+    static void TearDownTestSuite() { home_.reset(); }
+    void SetUp() override {
+        if (!usable_) GTEST_SKIP() << "localedef cannot make ja_JP.eucJP (package locales)";
+        ASSERT_NE(std::setlocale(LC_ALL, "ja_JP.eucJP"), nullptr);
+    }
+    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+
+    static inline std::unique_ptr<support::TempDir> home_;
+    static inline bool usable_ = false;
+};
+
+TEST_F(EucLocale, NameDecidesTheCode) {
+    const std::pair<const char*, TextCode> names[] = {
+        {"ja_JP.eucJP", TextCode::kEuc},
+        {"JA_JP.EUCJP", TextCode::kEuc},
+        {"ja", TextCode::kEuc},
+        {"ja_JP.ujis", TextCode::kEuc},
+        {"ja_JP.SJIS", TextCode::kShiftJis},
+        {"JA", TextCode::kOther},
+        {"C", TextCode::kOther},
+    };
+    for (const auto& [name, code] : names) {
+        ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name;
+        EXPECT_EQ(locale_text_code(), code) << name;
+    }
+}
+
+TEST_F(EucLocale, TextIsConvertedLineByLine) {
+    std::string long_line = "x";  // characters of two bytes then lie across byte 1,028
+    std::string long_wanted = "x";
+    for (int i = 0; i < 1500; ++i) long_line += "\xA4\xA2", long_wanted += "\x82\xA0";
+    const struct {
+        const char* name;
+        std::string given;
+        std::string wanted;
+        bool unconverted;
+    } cases[] = {
+        {"ascii", "plain\r\n", "plain\r\n", false},
+        {"japanese", "\xA4\xA2\n\xA4\xA4\r\n\xB0\xA1", "\x82\xA0\n\x82\xA2\r\n\x88\x9F", false},
+        {"half-width shrinks", "\x8E\xB1\x8E\xB2", "\xB1\xB2", false},
+        {"long line, nothing cut", long_line, long_wanted, false},
+        {"broken second line", "\xA4\xA2\r\n\xA4", "\xA4\xA2\r\n\xA4", true},
+    };
+    for (const auto& row : cases) {
+        Prepared text(row.given.c_str(), "\xC6\xFC\xCB\xDC");
+        ASSERT_EQ(prepare_text(text.job), 0);
+        EXPECT_EQ(std::string(text.job.body.get()), row.wanted) << row.name;
+        EXPECT_STREQ(text.job.subject.data(), "\x93\xFA\x96\x7B") << row.name;
+        EXPECT_EQ(text.job.unconverted, row.unconverted) << row.name;
+    }
+}
+
+TEST_F(EucLocale, WithoutConverterTextGoesOutEmpty) {
+    Prepared text("body", "subject");
+    fault::fail_on("iconv_open", "", EINVAL);
+    {
+        const fault::Watch watch;
+        ASSERT_EQ(prepare_text(text.job), 0);
+    }
+    EXPECT_TRUE(fault::was_hit());
+    EXPECT_STREQ(text.job.body.get(), "");
+    EXPECT_STREQ(text.job.subject.data(), "");
+    EXPECT_TRUE(text.job.unconverted);
+}
+
+TEST(BodyFile, HasNetworkLineEndsAndOneMore) {
+    const std::pair<const char*, std::string> cases[] = {
+        {nullptr, "\r\n"},
+        {"", "\r\n"},
+        {"a\nb", "a\r\nb\r\n"},
+        {"a\r\n", "a\r\n\r\n"},
+        {"\n\n", "\r\n\r\n\r\n"},
+        {"a\r\r\nb\r", "a\r\r\nb\r\r\n"},
+        {".\n\xFF", ".\r\n\xFF\r\n"},
+    };
+    for (const auto& [body, wanted] : cases) {
+        Prepared text(body);
+        ASSERT_EQ(prepare_text(text.job), 0);
+        ASSERT_EQ(stage_body(text.job), 0);
+        EXPECT_EQ(support::read_file(text.job.body_file.path()), wanted);
+    }
+    const std::string all_lf(10238, '\n');  // the longest body, every byte of it doubled
+    Prepared text(all_lf.c_str());
+    ASSERT_EQ(prepare_text(text.job), 0);
+    ASSERT_EQ(stage_body(text.job), 0);
+    EXPECT_EQ(support::read_file(text.job.body_file.path()).size(), 2 * 10238 + 2U);
+    text.job.body_file.discard();
+    EXPECT_TRUE(support::files_in(support::kWorkDir).empty());
+}
+
+TEST(BodyFile, LeftoverOfAnEarlierRunIsReplaced) {
+    Prepared text("new");
+    ASSERT_TRUE(text.job.body_file.name(support::kWorkDir, "EMT"));
+    support::write_file(text.job.body_file.path(), "a longer text of an earlier run");
+    ASSERT_EQ(prepare_text(text.job), 0);
+    ASSERT_EQ(stage_body(text.job), 0);
+    EXPECT_EQ(support::read_file(text.job.body_file.path()), "new\r\n");
+}
+
+TEST(Estimate, DecidesWhetherAMailIsSplit) {
+    const support::TempDir dir;
+    const std::string file = dir.file("data");
+    const std::vector<MailEntry> twice{{MAIL_KIND_ATTACHMENT, 0, file.c_str()},
+                                       {MAIL_KIND_ATTACHMENT_TEMP, 0, file.c_str()}};
+    // 10 KiB, less the 2 bytes behind the body, is what fits in one piece.
+    const struct {
+        std::size_t body;
+        std::size_t file;
+        bool with_files;
+        bool split;
+    } cases[] = {
+        {10238, 0, false, false}, {10237, 0, true, false}, {10230, 3, true, false},
+        {10231, 3, true, true},   {10238, 1, true, true},  {10234, 1, true, false},
+    };
+    for (const auto& row : cases) {
+        support::write_file(file, std::string(row.file, 'f'));
+        const std::string body(row.body, 'b');
+        Prepared text(body.c_str(), "", row.with_files ? twice : std::vector<MailEntry>{});
+        text.job.split.lSplitSize = 10;
+        text.job.partial = true;
+        ASSERT_EQ(prepare_text(text.job), 0);
+        ASSERT_EQ(decide_split(text.job), 0);
+        EXPECT_EQ(text.job.partial, row.split) << row.body << " + 2 x " << row.file;
+        EXPECT_EQ(text.job.has_attachment, row.with_files);
+    }
+}
+
+}  // namespace

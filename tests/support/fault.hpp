@@ -1,0 +1,42 @@
+// fault.hpp - makes system and heap calls of the library fail, and time pass at once.
+//
+// Programs that use it link with fault.cpp and wrap the functions of kWrappedCalls (see
+// OVR_FAULT_WRAP in tests/CMakeLists.txt). Only calls made by the thread that holds a Watch count:
+// the scripted servers run on others.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace fault {
+
+enum class Mode {
+    kFail,       // the call fails: EIO, for the heap ENOMEM
+    kInterrupt,  // the call is interrupted: EINTR
+    kHalf,       // read, write, send and recv do half of what was asked
+};
+
+// While it lives, calls of this thread are counted, fail as ordered, and wait in virtual time.
+class Watch {
+public:
+    Watch();
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+};
+
+// The n-th call from now on that `mode` concerns, counted from 1, is hit once.
+void fail_nth(int n, Mode mode);
+
+// Every call of `function` that concerns `about` fails with `error`: a path, or the path behind a
+// descriptor, or the bytes to be sent must contain it. "" concerns every call.
+void fail_on(std::string_view function, std::string_view about, int error);
+
+void clear();            // no more faults; the counts start anew
+bool was_hit();          // whether a fault took place since clear()
+std::string last_hit();  // the function hit last
+long heap_blocks();      // blocks taken and not given back under a Watch since clear()
+int calls();             // system calls made under a Watch since clear(), heap calls not counted
+long slept_ms();         // virtual time passed in sleep() and select() since clear()
+
+}  // namespace fault
