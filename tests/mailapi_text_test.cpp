@@ -44,7 +44,7 @@ protected:
         const std::string compile =
             "localedef -c -i ja_JP -f EUC-JP " + home_->file("ja_JP.eucJP") + " >/dev/null 2>&1";
         usable_ = std::system(compile.c_str()) == 0 || fs::exists(home_->file("ja_JP.eucJP"));
-        for (const char* name : {"JA_JP.EUCJP", "JA", "ja", "ja_JP.SJIS", "ja_JP.ujis"}) {
+        for (const char* name : {"JA_JP.EUCJP", "JA", "ja", "SJIS", "ja_JP.ujis"}) {
             if (usable_) fs::create_symlink("ja_JP.eucJP", home_->file(name));
         }
         ::setenv("LOCPATH", home_->path().c_str(), 1);
@@ -62,12 +62,8 @@ protected:
 
 TEST_F(EucLocale, NameDecidesTheCode) {
     const std::pair<const char*, TextCode> names[] = {
-        {"ja_JP.eucJP", TextCode::kEuc},
-        {"JA_JP.EUCJP", TextCode::kEuc},
-        {"ja", TextCode::kEuc},
-        {"ja_JP.ujis", TextCode::kEuc},
-        {"ja_JP.SJIS", TextCode::kShiftJis},
-        {"JA", TextCode::kOther},
+        {"ja_JP.eucJP", TextCode::kEuc}, {"JA_JP.EUCJP", TextCode::kEuc}, {"ja", TextCode::kEuc},
+        {"ja_JP.ujis", TextCode::kEuc},  {"SJIS", TextCode::kShiftJis},   {"JA", TextCode::kOther},
         {"C", TextCode::kOther},
     };
     for (const auto& [name, code] : names) {

@@ -45,8 +45,9 @@ bool ordered(std::string_view function, std::string_view about) {
     if (g_order.function != function || about.find(g_order.about) == std::string_view::npos) {
         return false;
     }
+    g_hit = function;
     errno = g_order.error;
-    return true;
+    return g_order.error != 0;
 }
 
 bool counted_down(Mode mode) { return mode == g_mode && g_countdown > 0 && --g_countdown == 0; }

@@ -29,7 +29,8 @@ public:
 void fail_nth(int n, Mode mode);
 
 // Every call of `function` that concerns `about` fails with `error`: a path, or the path behind a
-// descriptor, or the bytes to be sent must contain it. "" concerns every call.
+// descriptor, or the bytes to be sent must contain it. "" concerns every call. With error 0 the
+// call is noticed (was_hit) and goes on.
 void fail_on(std::string_view function, std::string_view about, int error);
 
 void clear();            // no more faults; the counts start anew
