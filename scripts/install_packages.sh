@@ -9,11 +9,11 @@ declare -A groups=(
     [build]="g++ cmake make"
     [test]="g++ cmake make binutils libgtest-dev locales python3 util-linux"
     [check]="clang-format clang-tidy git shellcheck"
-    [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd python3-gi gir1.2-gmime-3.0
-           mpack openssl strace locales"
     [bench]="g++ cmake make pkg-config python3 strace util-linux libmodpbase64-dev libbenchmark-dev
              libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
              liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
+    [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
+           pkg-config mpack openssl strace locales"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
     [clang]="clang"
