@@ -11,8 +11,7 @@ class TextSink {
 public:
     // The target has bool put(std::string_view) and outlives the sink.
     template <class Target>
-        requires(!std::is_same_v<Target, TextSink>)
-    explicit TextSink(Target& target) noexcept
+    requires(!std::is_same_v<Target, TextSink>) explicit TextSink(Target& target) noexcept
         : target_(&target), put_([](void* to, std::string_view text) noexcept {
               return static_cast<Target*>(to)->put(text);
           }) {}
