@@ -105,7 +105,8 @@ OVRMAIL_AVX2 Encoded encode_line_steps(std::span<const unsigned char> src, char*
         encode_step(at, dst);
         encode_step(at + 24, dst + 32);
         encode_step(at + kLast, dst + base64_length(kLast));
-        std::memcpy(dst + kBase64LineSize - 2, "\r\n", 2);
+        dst[kBase64LineSize - 2] = '\r';
+        dst[kBase64LineSize - 1] = '\n';
         at += kBase64LineBytes;
         dst += kBase64LineSize;
     }
@@ -136,8 +137,8 @@ std::size_t base64_encode_lines(std::span<const unsigned char> src, char* dst) n
     for (auto left = src.subspan(static_cast<std::size_t>(at.src - src.data())); !left.empty();) {
         const std::size_t bytes = std::min(left.size(), kBase64LineBytes);
         at.dst = encode_plain(left.first(bytes), at.dst);
-        std::memcpy(at.dst, "\r\n", 2);
-        at.dst += 2;
+        *at.dst++ = '\r';
+        *at.dst++ = '\n';
         left = left.subspan(bytes);
     }
     return static_cast<std::size_t>(at.dst - dst);

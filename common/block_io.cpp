@@ -24,6 +24,7 @@ ssize_t read_full(int fd, std::span<char> block) noexcept {
 
 bool BlockWriter::put(std::string_view text) noexcept {
     if (error_ != 0) return false;
+    if (text.empty()) return true;
     if (text.size() > block_.size() - used_) {
         if (!flush()) return false;
         if (text.size() > block_.size()) return write_out(text);

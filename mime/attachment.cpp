@@ -103,7 +103,7 @@ bool put_target_line(BlockWriter& out, InputWindow& file) noexcept {
     std::string_view line = file.view().substr(0, kTargetPiece);
     line = line.substr(0, line.find('\n') + 1 != 0 ? line.find('\n') + 1 : line.size());
     const std::string_view text = line.substr(0, line.find_first_of(std::string_view("\n\0", 2)));
-    if (!put_line(TextSink(out), {}, text)) return false;
+    if (!put_line(TextSink(out), "", text)) return false;
     file.consume(line.size());
     return true;
 }

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -80,7 +81,7 @@ char* append_hex(char* out, std::string_view bytes) noexcept {
 // `growth` bytes at most for each byte of input.
 std::int32_t convert(const Request& request, std::size_t growth) noexcept {
     std::atomic<iconv_t>* const place = place_of(request.handle);
-    const iconv_t converter = place != nullptr ? place->load() : nullptr;
+    iconv_t converter = place != nullptr ? place->load() : nullptr;
     if (request.in == nullptr || request.out == nullptr || request.in_length < 0 ||
         converter == nullptr)
         return kRefused;
@@ -114,8 +115,8 @@ std::int32_t convert(const Request& request, std::size_t growth) noexcept {
 std::int32_t Cnv_open(const char* from_code, const char* to_code) noexcept {
     using namespace ovrmail::mime;
     if (!is_known(from_code) || !is_known(to_code)) return kNoHandle;
-    const iconv_t converter = ::iconv_open(to_code, from_code);
-    if (converter == reinterpret_cast<iconv_t>(-1)) return kNoHandle;
+    iconv_t converter = ::iconv_open(to_code, from_code);
+    if (reinterpret_cast<std::intptr_t>(converter) == -1) return kNoHandle;
     const std::int32_t handle = keep(converter);
     if (handle == kNoHandle) ::iconv_close(converter);
     return handle;
@@ -142,7 +143,7 @@ std::int32_t Cnv_close(std::int32_t handle) noexcept {
     using namespace ovrmail::mime;
     if (handle == kNoHandle) return 0;
     std::atomic<iconv_t>* const place = place_of(handle);
-    const iconv_t converter = place != nullptr ? place->exchange(nullptr) : nullptr;
+    iconv_t converter = place != nullptr ? place->exchange(nullptr) : nullptr;
     if (converter == nullptr) {
         errno = EBADF;
         return kRefused;

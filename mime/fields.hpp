@@ -10,7 +10,7 @@ namespace ovrmail::mime {
 
 // A text argument of an exported function: null counts as empty.
 constexpr std::string_view text_or_empty(const char* text) noexcept {
-    return text != nullptr ? std::string_view(text) : std::string_view();
+    return text != nullptr ? text : "";
 }
 
 bool put_date(TextSink out) noexcept;
