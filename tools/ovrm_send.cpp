@@ -16,6 +16,7 @@
 #include "ovrm_send_options.hpp"
 #include "ovrm_send_request.hpp"
 #include "ovrm_send_results.hpp"
+#include "ovrm_send_text.hpp"
 #include "ovrm_send_watch.hpp"
 
 namespace {
@@ -41,7 +42,10 @@ public:
         }
         const bool continued = file.tellg() > before_;
         file.seekg(continued ? before_ : std::streampos(0));
-        std::cout << file.rdbuf() << std::flush;
+        for (std::string line; std::getline(file, line);) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            std::cout << ovrm_send::to_utf8(line) << "\n";
+        }
     }
 
 private:

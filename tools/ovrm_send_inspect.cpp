@@ -13,6 +13,7 @@ namespace ovrm_send {
 namespace {
 
 constexpr std::size_t kMaxLine = 998; /* RFC 5322 2.1.1, without CR LF */
+constexpr std::string_view kDelimiter = "-----------------OvWexl";
 constexpr std::string_view kEncodedStart = "=?ISO-2022-JP?B?";
 constexpr std::string_view kEncodedEnd = "?=";
 
@@ -59,8 +60,7 @@ void Inspector::look_at(std::string_view line) {
     }
     if (prepared_) look_at_prepared(line);
     // A part of a multipart message has a header of its own behind its delimiter.
-    if (line.compare(0, 17, "-----------------") == 0 &&
-        line.compare(line.size() - 2, 2, "--") != 0) {
+    if (line.substr(0, kDelimiter.size()) == kDelimiter && line.substr(line.size() - 2) != "--") {
         in_header_ = true;
     } else if (line.empty()) {
         in_header_ = false;

@@ -18,7 +18,7 @@ namespace {
 
 class Converter {
 public:
-    Converter() : handle_(iconv_open("SJIS", "UTF-8")) {}
+    Converter(const char* to, const char* from) : handle_(iconv_open(to, from)) {}
     ~Converter() {
         if (usable()) iconv_close(handle_);
     }
@@ -27,16 +27,17 @@ public:
 
     [[nodiscard]] bool usable() const { return handle_ != iconv_t(-1); }
 
-    // One character in, its bytes out; empty when there are none.
-    std::string operator()(std::string_view character) {
-        std::array<char, 8> bytes{};
-        char* in = const_cast<char*>(character.data());
-        std::size_t in_left = character.size();
+    // The text in the other code; empty when a character has none there.
+    std::string operator()(std::string_view text) {
+        std::string bytes(text.size() * 3 + 4, '\0');
+        char* in = const_cast<char*>(text.data());
+        std::size_t in_left = text.size();
         char* out = bytes.data();
         std::size_t out_left = bytes.size();
         iconv(handle_, nullptr, nullptr, nullptr, nullptr);
         if (iconv(handle_, &in, &in_left, &out, &out_left) == std::size_t(-1)) return {};
-        return {bytes.data(), bytes.size() - out_left};
+        bytes.resize(bytes.size() - out_left);
+        return bytes;
     }
 
 private:
@@ -107,7 +108,7 @@ void report(std::string_view what, const Place& place, std::string_view characte
 
 std::optional<std::string> to_shift_jis(std::string_view what, std::string_view utf8,
                                         bool replace) {
-    Converter convert;
+    Converter convert("SJIS", "UTF-8");
     if (!convert.usable()) {
         std::cerr << "ovrm-send: this system has no conversion from UTF-8 to Shift_JIS\n";
         return std::nullopt;
@@ -132,6 +133,12 @@ std::optional<std::string> to_shift_jis(std::string_view what, std::string_view 
     }
     if (!complete && !replace) return std::nullopt;
     return out;
+}
+
+std::string to_utf8(const std::string& line) {
+    Converter convert("UTF-8", "SJIS");
+    const std::string text = convert.usable() ? convert(line) : std::string();
+    return text.empty() ? line : text;
 }
 
 }  // namespace ovrm_send

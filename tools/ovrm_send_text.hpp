@@ -12,4 +12,7 @@ namespace ovrm_send {
 // the result is empty.
 std::optional<std::string> to_shift_jis(std::string_view what, std::string_view utf8, bool replace);
 
+// The other way round, for a line of the mail log; bytes that are no Shift_JIS stay as they are.
+std::string to_utf8(const std::string& line);
+
 }  // namespace ovrm_send
