@@ -1,4 +1,7 @@
-/* md5.h - the MD5 message digest (RFC 1321). */
+/* md5.h - the MD5 message digest (RFC 1321). For protocols that demand it; it protects nothing.
+ *
+ * The context belongs to the caller; separate contexts may be used by separate threads. A null
+ * pointer is ignored. No call fails or blocks. */
 #ifndef OVRMAIL_MD5_H
 #define OVRMAIL_MD5_H
 
@@ -12,9 +15,16 @@ typedef struct MailMd5Context {
     unsigned char buffer[64]; /* input not yet hashed */
 } MailMd5Context;
 
+/* MD5Init - begin a digest. */
 MAIL_API void MD5Init(MailMd5Context* context) MAIL_NOEXCEPT;
+
+/* MD5Update - hash `length` more bytes. */
 MAIL_API void MD5Update(MailMd5Context* context, const unsigned char* input,
                         uint32_t length) MAIL_NOEXCEPT;
+
+/* MD5Final - end the digest.
+ *   digest   out: 16 bytes
+ *   context  cleared to zero */
 MAIL_API void MD5Final(unsigned char digest[16], MailMd5Context* context) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS

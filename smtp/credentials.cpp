@@ -111,11 +111,12 @@ std::int32_t Auth_GetCertLoginString(const char* user, const char* password, cha
     if (out_user == nullptr || out_password == nullptr) return trace.fail("AHLGIN0010", -1);
     const std::string_view name = smtp::text_or_empty(user);
     const std::string_view key = smtp::text_or_empty(password);
+    *out_user = *out_password = '\0';
+    if (common::base64_length(std::max(name.size(), key.size())) >= smtp::kLoginTextSize)
+        return trace.fail("AHLGIN0020", -1);
     smtp::Auth_toBase64(name, {out_user, smtp::kLoginTextSize});
     smtp::Auth_toBase64(key, {out_password, smtp::kLoginTextSize});
-    const bool fits =
-        common::base64_length(std::max(name.size(), key.size())) < smtp::kLoginTextSize;
-    return fits ? trace.leave(0) : trace.fail("AHLGIN0020", -1);
+    return trace.leave(0);
 }
 
 std::int32_t Auth_GetCertCramString(const char* user, const char* password, const char* challenge,

@@ -1,31 +1,214 @@
-// Conversations with a scripted server: the bytes of every command, and what each answer means.
+// Conversations with a scripted server: the bytes of every command, and what each answer, or the
+// want of one, does to a send.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
 
 #include "smtp.h"
+#include "support/net_faults.hpp"
 #include "support/scripted_server.hpp"
+#include "support/support.hpp"
 
 namespace {
 
-using support::ScriptedServer;
+using namespace support;
 
-TEST(Session, WholeMail) {
-    ScriptedServer server(support::friendly(), {.any_order = true});
-    std::uint32_t err = 99;
-    const int sock = SMTP_connect("127.0.0.1", server.port(), &err);
-    ASSERT_GE(sock, 0);
-    EXPECT_EQ(SMTP_initialize(sock, nullptr, &err), 0);
-    EXPECT_EQ(SMTP_MAIL(sock, "a@b", "c@d,e@f", &err), 0);
-    EXPECT_EQ(SMTP_startData(sock, &err), 0);
-    EXPECT_EQ(SMTP_send(sock, "Hi\r\n..x", 7, &err), 0);
-    EXPECT_EQ(SMTP_endData(sock, &err), 0);
-    EXPECT_EQ(SMTP_RSET(sock, &err), 0);
-    EXPECT_EQ(SMTP_QUIT(sock, &err), 0);
-    EXPECT_EQ(err, 0U);
-    EXPECT_EQ(server.problem(), "");
-    EXPECT_EQ(server.bodies()[0], "Hi\r\n..x");
-    EXPECT_EQ(server.commands()[0].substr(0, 5), "EHLO ");
-    EXPECT_EQ(server.commands()[2], "RCPT TO:<c@d>\r\n");
-    EXPECT_EQ(server.commands()[6], "QUIT\r\n");
+enum Step { kInit, kMail, kData, kEnd, kReset, kQuit, kDone };
+
+struct Ended {
+    Step step;
+    std::int32_t result;
+    bool operator==(const Ended&) const = default;
+};
+void PrintTo(const Ended& ended, std::ostream* out) {
+    *out << "step " << ended.step << " result " << ended.result;
+}
+
+// One send of a mail with three recipients, up to the first step that fails.
+Ended send_mail(std::uint16_t port, std::uint32_t* err) {
+    const int sock = SMTP_connect("127.0.0.1", port, err);
+    const auto run = [&](Step step) -> std::int32_t {
+        switch (step) {
+            case kInit:
+                return SMTP_initialize(sock, nullptr, err);
+            case kMail:
+                return SMTP_MAIL(sock, "s@x", "a@x,b@x,c@x", err);
+            case kData:
+                return SMTP_startData(sock, err);
+            case kEnd:
+                SMTP_send(sock, "Hi\r\n..x", 7, err);
+                return SMTP_endData(sock, err);
+            case kReset:
+                return SMTP_RSET(sock, err);
+            default:
+                return SMTP_QUIT(sock, err);
+        }
+    };
+    Ended ended{kInit, 0};
+    for (int step = kInit; step < kDone && ended.result == 0; ++step)
+        ended = {static_cast<Step>(step), run(static_cast<Step>(step))};
+    ::close(sock);
+    return ended.result == 0 ? Ended{kDone, 0} : ended;
+}
+
+TEST(Session, Answers) {
+    const std::string endless(1100, 'x');
+    const struct {
+        const char* name;
+        Script changes;
+        Ended wanted;
+        std::string reply;
+        std::size_t commands;
+    } cases[] = {
+        {"all accepted", {}, {kDone, 0}, "221 bye\r\n", 8},
+        {"greeting 554", {{"", "554 no\r\n"}}, {kInit, -26}, "554 no\r\n", 0},
+        {"greeting of garbage", {{"", "\xff\r\n"}}, {kInit, -26}, "\xff\r\n", 0},
+        {"EHLO unknown", {{"EHLO", "502 what\r\n"}}, {kDone, 0}, "221 bye\r\n", 9},
+        {"EHLO refused in a middle line",
+         {{"EHLO", "250-a\r\n550-b\r\n250 c\r\n"}, {"HELO", "554 no\r\n"}},
+         {kInit, -21},
+         "554 no\r\n",
+         2},
+        {"HELO refused", {{"EHLO", "500\r\n"}, {"HELO", "500\r\n"}}, {kInit, -21}, "500\r\n", 2},
+        {"EHLO byte by byte",
+         {dribble({"EHLO", "250-a\r\n250 b\r\n"})},
+         {kDone, 0},
+         "221 bye\r\n",
+         8},
+        {"sender refused", {{"MAIL", "550 no\r\n"}}, {kMail, -22}, "550 no\r\n", 2},
+        {"second recipient refused",
+         {{"RCPT TO:<b", "550-a\r\n550 b\r\n"}},
+         {kMail, -23},
+         "550 b\r\n",
+         4},
+        {"DATA answered as done", {{"DATA", "250 ok\r\n"}}, {kData, -24}, "250 ok\r\n", 6},
+        {"end refused", {{kBody, "554 no\r\n"}}, {kEnd, -25}, "554 no\r\n", 6},
+        {"RSET refused", {{"RSET", "500 no\r\n"}}, {kReset, -27}, "500 no\r\n", 7},
+        {"QUIT refused", {{"QUIT", "500 no\r\n"}}, {kDone, 0}, "500 no\r\n", 8},
+        {"QUIT unanswered", {{"QUIT", "", Then::kClose}}, {kDone, 0}, "", 8},
+        {"bare codes", {{"MAIL", "250\r\n"}, {"RCPT", "2\r\n"}}, {kDone, 0}, "221 bye\r\n", 8},
+        {"LF alone ends no line", {{"MAIL", "2\n5\r\n"}}, {kDone, 0}, "221 bye\r\n", 8},
+        {"answers before their commands",
+         {{"MAIL", "250 ok\r\n250 a\r\n550 b\r\n"}},
+         {kMail, -23},
+         "550 b\r\n",
+         4},
+        {"endless line goes on in the next reply",
+         {{"MAIL", "2" + endless + "\r\n"}},
+         {kMail, -23},
+         "xxxxxxxx",
+         3},
+    };
+    for (const auto& [name, changes, wanted, reply, commands] : cases) {
+        SCOPED_TRACE(name);
+        Faults faults;
+        ScriptedServer server(friendly(changes), {.any_order = true});
+        std::uint32_t err = 99;
+        EXPECT_EQ(send_mail(server.port(), &err), wanted);
+        EXPECT_EQ(err, 0U);
+        char kept[256];
+        SMTP_GetSmtpSvResponce(kept);
+        EXPECT_EQ(std::string(kept).substr(0, reply.size()), reply);
+        EXPECT_EQ(server.commands().size(), commands);
+        EXPECT_EQ(server.problem(), "");
+    }
+}
+
+// What a peer that fails does, at every command that waits for its answer.
+TEST(Session, PeerFails) {
+    const struct {
+        const char* name;
+        Row row;
+        std::int32_t result;
+        std::uint32_t err;
+        const char* log;
+    } failures[] = {
+        {"silent", {"", "", Then::kStall}, -6, 0, "-: ERROR: SMTP TIMEOUT (timer=@) recv\r\n"},
+        {"half a line", {"", "250 o", Then::kStall}, -6, 0, "TIMEOUT (timer=@) recv\r\n"},
+        {"half a reply", {"", "250-o\r\n", Then::kStall}, -6, 0, "TIMEOUT (timer=@) recv\r\n"},
+        {"closed", {"", "", Then::kClose}, -4, 0, "-: ERROR: func=recv code=0 detail=0\r\n"},
+        {"closed in a line", {"", "25", Then::kClose}, -4, 0, "func=recv code=0 detail=0\r\n"},
+        {"reset", {"", "", Then::kReset}, -4, ECONNRESET, "func=recv code=-1 detail=104\r\n"},
+    };
+    const std::map<std::string, std::pair<Step, int>> steps = {
+        {"", {kInit, 300}},     {"EHLO", {kInit, 300}}, {"MAIL", {kMail, 301}},
+        {"RCPT", {kMail, 302}}, {"DATA", {kData, 121}}, {kBody, {kEnd, 601}},
+        {"RSET", {kReset, 601}}};
+    const MailTimeout budgets{300, 301, 302, 121, 181, 601};
+    SMTP_SetTimeOutInfo(&budgets);
+    const int before = open_descriptors();
+    for (const auto& [name, failing, result, wanted_err, log] : failures)
+        for (const auto& [command, step] : steps) {
+            SCOPED_TRACE(std::string(name) + " at " + command);
+            Faults faults;
+            LogCapture capture;
+            Row row = failing;
+            row.expect = command;
+            ScriptedServer server(friendly({row}), {.any_order = true});
+            std::uint32_t err = 99;
+            errno = 0;
+            EXPECT_EQ(send_mail(server.port(), &err), (Ended{step.first, result}));
+            EXPECT_EQ(err, wanted_err);
+            std::string line = log;
+            if (line.find('@') != line.npos)
+                line.replace(line.find('@'), 1, std::to_string(step.second));
+            EXPECT_NE(capture.text().find(line), std::string::npos) << capture.text();
+        }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Session, Recipients) {
+    const std::string longest(307, 'x');
+    const struct {
+        const char* sender;
+        std::string recipients;
+        std::int32_t result;
+        std::string wire;  // behind EHLO
+    } cases[] = {
+        {nullptr, "", 0, "MAIL FROM:<>\r\nRCPT TO:<>\r\n"},
+        {"a", "b, c", 0, "MAIL FROM:<a>\r\nRCPT TO:<b>\r\nRCPT TO:< c>\r\n"},
+        {"a", ",b,", 0, "MAIL FROM:<a>\r\nRCPT TO:<>\r\nRCPT TO:<b>\r\nRCPT TO:<>\r\n"},
+        {"a", longest, 0, "MAIL FROM:<a>\r\nRCPT TO:<" + longest + ">\r\n"},
+        {"a", "b," + longest + "x,c", -23, "MAIL FROM:<a>\r\nRCPT TO:<b>\r\n"},
+    };
+    for (const auto& [sender, recipients, result, wire] : cases) {
+        ScriptedServer server(friendly(), {.any_order = true});
+        std::uint32_t err = 99;
+        const int sock = SMTP_connect("127.0.0.1", server.port(), &err);
+        EXPECT_EQ(SMTP_initialize(sock, nullptr, &err), 0);
+        EXPECT_EQ(SMTP_MAIL(sock, sender, recipients.c_str(), &err), result);
+        EXPECT_EQ(err, 0U);
+        ::close(sock);
+        const std::string& all = server.received();
+        EXPECT_EQ(all.substr(all.find("MAIL")), wire);
+    }
+}
+
+TEST(Session, LongestSender) {
+    ScriptedServer server(friendly(), {.any_order = true});
+    const int sock = SMTP_connect("127.0.0.1", server.port(), nullptr);
+    EXPECT_EQ(SMTP_initialize(sock, nullptr, nullptr), 0);
+    EXPECT_EQ(SMTP_MAIL(sock, std::string(4090, 's').c_str(), "r", nullptr), -22);
+    char kept[256];
+    SMTP_GetSmtpSvResponce(kept);
+    EXPECT_STREQ(kept, "");
+    EXPECT_EQ(SMTP_MAIL(sock, std::string(4089, 's').c_str(), "r", nullptr), 0);
+    ::close(sock);
+    EXPECT_EQ(server.commands().size(), 3U);
+}
+
+TEST(Session, NoHostName) {
+    for (const Outcome outcome : {Outcome{-1, ENAMETOOLONG}, Outcome{0}}) {
+        Faults faults;
+        faults.plan("gethostname", 1, outcome);
+        ScriptedServer server(friendly(), {.any_order = true});
+        std::uint32_t err = 99;
+        EXPECT_EQ(send_mail(server.port(), &err), (Ended{kInit, -5}));
+        EXPECT_EQ(err, static_cast<std::uint32_t>(outcome.error));
+    }
 }
 
 }  // namespace
