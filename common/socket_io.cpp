@@ -25,12 +25,14 @@ std::size_t line_length(std::span<const char> line, std::size_t from, std::size_
     return filled;
 }
 
+// A call that does not fail leaves errno as it was, and what it was then gets reported for a peer
+// that has closed: hence 0 before every call.
 template <class Call>
 ssize_t without_waiting(Call call) noexcept {
-    const int before = errno;
+    errno = 0;
     const ssize_t result = call();
     if (result != -1 || (errno != EAGAIN && errno != EWOULDBLOCK)) return result;
-    errno = before;
+    errno = 0;
     return kNotNow;
 }
 
@@ -44,12 +46,12 @@ ssize_t receive(int fd, std::span<char> room, int flags) noexcept {
 int wait_for(int fd, short what, std::int64_t seconds) noexcept {
     pollfd entry{fd, what, 0};
     const auto wait = std::clamp<std::int64_t>(seconds, 0, kLongestWait);
-    const int ready = fd < 0 ? 1 : ::poll(&entry, 1, static_cast<int>(wait * 1000));
-    if (fd < 0 || (ready > 0 && (entry.revents & POLLNVAL) != 0)) {
-        errno = EBADF;
-        return -1;
-    }
-    return ready;
+    errno = 0;
+    // poll() passes over a negative descriptor and would wait for nothing.
+    const int ready = fd < 0 ? 0 : ::poll(&entry, 1, static_cast<int>(wait * 1000));
+    if (fd >= 0 && (entry.revents & POLLNVAL) == 0) return ready;
+    errno = EBADF;
+    return -1;
 }
 
 bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noexcept {

@@ -1,5 +1,5 @@
 // socket_io.hpp - the system calls under both line clients: bounded waits, lines taken whole,
-// sends that neither block nor raise SIGPIPE.
+// sends that neither block nor raise SIGPIPE. errno is 0 after every call that does not return -1.
 #pragma once
 
 #include <poll.h>
@@ -17,7 +17,7 @@ enum : short { kReadable = POLLIN, kWritable = POLLOUT };
 // (EBADF too). A negative time is none.
 int wait_for(int fd, short what, std::int64_t seconds) noexcept;
 
-// Result of a call that would have had to wait; errno is as it was.
+// Result of a call that would have had to wait.
 inline constexpr ssize_t kNotNow = -2;
 
 enum class LineEnd { kCrLf, kLf };

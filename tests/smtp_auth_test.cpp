@@ -1,0 +1,185 @@
+// SMTP AUTH: which mechanism is chosen, what is sent, and that no secret is left behind.
+#include "smtp_auth.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "smtp.h"
+#include "smtp/credentials.hpp"
+#include "support/net_faults.hpp"
+#include "support/scripted_server.hpp"
+
+namespace {
+
+using namespace support;
+
+constexpr int kAll = MAIL_MECH_LOGIN | MAIL_MECH_PLAIN | MAIL_MECH_CRAM_MD5;
+
+// The account of the example in RFC 2195, whose challenge and response these are.
+constexpr const char* kUser = "tim";
+constexpr const char* kPassword = "tanstaaftanstaaf";
+constexpr const char* kChallenge =
+    "334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+\r\n";
+constexpr const char* kResponse = "dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw\r\n";
+constexpr const char* kPlain = "AUTH PLAIN dGltAHRpbQB0YW5zdGFhZnRhbnN0YWFm\r\n";
+constexpr const char* kLoginPassword = "dGFuc3RhYWZ0YW5zdGFhZg==\r\n";
+
+MailAuthAccount account(std::uint32_t mechanisms, const char* user, const char* password) {
+    MailAuthAccount made{};
+    made.ulMechanisms = mechanisms;
+    std::strncpy(made.szUser, user, sizeof made.szUser);
+    std::strncpy(made.szPassword, password, sizeof made.szPassword);
+    return made;
+}
+
+std::int32_t sign_in(ScriptedServer& server, const MailAuthAccount& mine, std::uint32_t* err) {
+    const int sock = SMTP_connect("127.0.0.1", server.port(), err);
+    const MailEntry entry{MAIL_AUTH_SMTP, 0, &mine};
+    const std::int32_t rc = SMTP_initialize(sock, &entry, err);
+    ::close(sock);
+    return rc;
+}
+
+TEST(Auth, Dialogues) {
+    const Row cram_yes{kResponse, "235 ok\r\n"}, cram{"AUTH CRAM-MD5\r\n", kChallenge};
+    const Row no_cram{"AUTH CRAM-MD5\r\n", "504 no\r\n"}, plain{kPlain, "235 ok\r\n"};
+    const Row no_plain{kPlain, "535 no\r\n"}, login{"AUTH LOGIN\r\n", "334 VXNlcm5hbWU6\r\n"};
+    const Row login_user{"dGlt\r\n", "334 UGFzc3dvcmQ6\r\n"}, login_yes{kLoginPassword, "235\r\n"};
+    const struct {
+        const char* name;
+        const char* capability;
+        std::uint32_t mask;
+        Script rows;
+        std::int32_t result;
+    } cases[] = {
+        {"best first", "250-AUTH LOGIN PLAIN CRAM-MD5\r\n", kAll, {cram, cram_yes}, 0},
+        {"then PLAIN", "250-AUTH LOGIN PLAIN CRAM-MD5\r\n", kAll, {no_cram, plain}, 0},
+        {"then LOGIN",
+         "250-AUTH LOGIN PLAIN CRAM-MD5\r\n",
+         kAll,
+         {no_cram, no_plain, login, login_user, login_yes},
+         0},
+        {"all refused",
+         "250-AUTH LOGIN PLAIN CRAM-MD5\r\n",
+         kAll,
+         {cram, {kResponse, "535 no\r\n"}, no_plain, {"AUTH LOGIN", "504 no\r\n"}},
+         3},
+        {"LOGIN user refused", "250-AUTH LOGIN\r\n", kAll, {login, {"dGlt", "535 no\r\n"}}, 3},
+        {"LOGIN password refused",
+         "250-AUTH LOGIN\r\n",
+         kAll,
+         {login, login_user, {kLoginPassword, "535 no\r\n"}},
+         3},
+        {"PLAIN asked for more", "250-AUTH PLAIN\r\n", kAll, {{kPlain, "334 \r\n"}}, 3},
+        {"caller's mask restricts", "250-AUTH LOGIN PLAIN\r\n", 2, {plain}, 0},
+        {"nothing in common", "250-AUTH PLAIN\r\n", 1, {}, 2},
+        {"no AUTH line", "250-SIZE\r\n", kAll, {}, 2},
+        {"older form only", "250-AUTH=LOGIN PLAIN\r\n", kAll, {}, 2},
+        {"keyword in lower case", "250-auth PLAIN\r\n", kAll, {}, 2},
+        {"mechanism in lower case", "250-AUTH plain LOGINX\r\n", 2, {}, 2},
+        {"last AUTH line counts", "250-AUTH PLAIN\r\n250-AUTH LOGIN\r\n", 2, {}, 2},
+        {"challenge too long",
+         "250-AUTH CRAM-MD5\r\n",
+         kAll,
+         {{"AUTH CRAM-MD5", "334 " + std::string(684, 'A') + "\r\n"}},
+         3},
+        {"lost in between",
+         "250-AUTH LOGIN CRAM-MD5\r\n",
+         kAll,
+         {cram, {kResponse, "", Then::kClose}},
+         -4},
+    };
+    for (const auto& [name, capability, mask, rows, result] : cases) {
+        SCOPED_TRACE(name);
+        Faults faults;
+        LogCapture log;
+        TraceCapture trace;
+        Script script{{"", "220 hi\r\n"},
+                      {"EHLO", "250-hi\r\n" + std::string(capability) + "250 SIZE\r\n"}};
+        script.insert(script.end(), rows.begin(), rows.end());
+        ScriptedServer server(script);
+        std::uint32_t err = 99;
+        EXPECT_EQ(sign_in(server, account(mask, kUser, kPassword), &err), result);
+        EXPECT_EQ(err, 0U);
+        EXPECT_EQ(server.commands().size(), 1 + rows.size());
+        EXPECT_EQ(server.problem(), "");
+        EXPECT_EQ(log.text().find(kResponse), std::string::npos) << log.text();
+        for (const char* const secret : {kPassword, "dGFuc3Rh", "B0YW5zdGFh"}) {
+            EXPECT_EQ(log.text().find(secret), std::string::npos) << log.text();
+            EXPECT_EQ(trace.count(secret), 0) << secret;
+        }
+        const bool has_plain = server.received().find("AUTH PLAIN") != std::string::npos;
+        EXPECT_EQ(log.text().find("S: AUTH PLAIN ******\r\n") != std::string::npos, has_plain);
+    }
+}
+
+TEST(Auth, HeloOffersNone) {
+    ScriptedServer server(friendly({{"EHLO", "502 what\r\n"}}), {.any_order = true});
+    std::uint32_t err = 99;
+    EXPECT_EQ(sign_in(server, account(kAll, kUser, kPassword), &err), 2);
+}
+
+// Fields that are full, without a NUL, and a line that is as long as a reply can be.
+TEST(Auth, LongestFields) {
+    const std::string longest(70, 'x');
+    ScriptedServer server({{"", "220 hi\r\n"},
+                           {"EHLO", "250 AUTH " + std::string(1013, ' ') + " PLAIN"},
+                           {"AUTH PLAIN ", "235 ok\r\n"}});
+    std::uint32_t err = 99;
+    EXPECT_EQ(sign_in(server, account(kAll, longest.c_str(), longest.c_str()), &err), 0);
+    EXPECT_EQ(server.commands()[1].size(), 11U + 264 + 2);
+}
+
+TEST(Credentials, Texts) {
+    char out[512], other[512];
+    EXPECT_EQ(Auth_GetCertPlainString("u", "p", out), 0);
+    EXPECT_STREQ(out, "dQB1AHA=");
+    EXPECT_EQ(Auth_GetCertPlainString("u", nullptr, out), 0);
+    EXPECT_STREQ(out, "dQB1AA==");
+    EXPECT_EQ(Auth_GetCertLoginString("user", "", out, other), 0);
+    EXPECT_STREQ(out, "dXNlcg==");
+    EXPECT_STREQ(other, "");
+    EXPECT_EQ(Auth_GetCertCramString(kUser, kPassword, kChallenge + 4, out), 0);
+    EXPECT_EQ(std::string(out) + "\r\n", kResponse);
+    const std::string much(600, 'x');
+    EXPECT_EQ(Auth_GetCertPlainString(much.c_str(), "p", out), -1);
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(Auth_GetCertLoginString("u", much.c_str(), out, other), -1);
+    EXPECT_EQ(Auth_GetCertCramString(much.c_str(), "p", "", out), -1);
+    EXPECT_EQ(Auth_GetCertCramString("u", "p", std::string(684, 'A').c_str(), out), -1);
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(Auth_GetCertCramString("u", "p", std::string(680, 'A').c_str(), out), 0);
+    EXPECT_EQ(Auth_GetCertPlainString("u", "p", nullptr), -1);
+}
+
+TEST(Credentials, Decoder) {
+    const struct {
+        const char* text;
+        std::string bytes;
+    } cases[] = {
+        {"", ""},
+        {"\r\n", ""},
+        {"Zg==", "f"},
+        {"Zm8=\r\n", "fo"},
+        {"Zm9v", "foo"},
+        {"Zm9vYg", "foob"},
+        {"Zm8=Zm9v", "fo"},
+        {"Zg==Zm9v", "f"},
+        {"Zm9v\r\n\r\n", "foo\x04"},
+        {"+/+/", "\xfb\xff\xbf"},
+        {"Zm-v", "f"},
+    };
+    for (const auto& [text, bytes] : cases) {
+        std::array<char, 16> out;
+        out.fill('#');
+        EXPECT_EQ(ovrmail::smtp::Auth_fromBase64(out, text), static_cast<int>(bytes.size()))
+            << text;
+        EXPECT_EQ(std::string(out.data()), bytes) << text;
+    }
+}
+
+}  // namespace
