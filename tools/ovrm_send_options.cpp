@@ -214,13 +214,12 @@ int print_help() {
     std::cout << "Usage: ovrm-send -S HOST -f ADDRESS -t ADDRESS [OPTION]...\n"
                  "Sends one mail through libovrmail.\n\n";
     for (const Row& row : kRows) {
-        std::string left = "  ";
-        left += row.letter != 0 ? std::string("-") + row.letter + ", --" : std::string("    --");
-        left += row.name;
+        std::string left = row.letter != 0 ? "  -?, --" : "      --";
+        if (row.letter != 0) left[3] = row.letter;
+        left.append(row.name);
         if (row.argument != nullptr) {
             const bool optional = row.argument[0] == '[';
-            left +=
-                optional ? "[=" + std::string(row.argument + 1) : "=" + std::string(row.argument);
+            left.append(optional ? "[=" : "=").append(row.argument + (optional ? 1 : 0));
         }
         if (left.size() < 32) left.resize(32, ' ');
         std::cout << left << ' ' << row.help << "\n";
