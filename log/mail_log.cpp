@@ -52,7 +52,7 @@ void write_entry(const MailLogHandle& log, std::uint32_t level, std::string_view
     const int prefix = common::format_into(line, "%02d:%02d:%02d %s ", now.tm_hour, now.tm_min,
                                            now.tm_sec, kLabels[level]);
     if (prefix < 0) return;
-    const std::string_view end = text.ends_with(kLineEnd) ? std::string_view() : kLineEnd;
+    const std::string_view end = text.ends_with(kLineEnd) ? "" : kLineEnd;
     std::size_t used = static_cast<std::size_t>(prefix);
     if (text.size() > line.size() - used - kLineEnd.size()) {
         put(log, {line.data(), used});

@@ -86,7 +86,7 @@ public:
         const int directory = slash != nullptr ? static_cast<int>(slash + 1 - ring_path) : 2;
         timespec now{};
         ::clock_gettime(CLOCK_REALTIME, &now);
-        auto salt = static_cast<unsigned>(now.tv_nsec) ^ static_cast<unsigned>(::gettid()) << 12;
+        auto salt = static_cast<unsigned>(now.tv_nsec);
         for (int attempt = 0; attempt < kNameAttempts; ++attempt, salt += 7919) {
             if (common::format_into(name_, "%.*strc%08x", directory,
                                     slash != nullptr ? ring_path : "./", salt) < 0)

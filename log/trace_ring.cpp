@@ -124,7 +124,7 @@ std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, 
     const common::ErrnoKeeper keep;
     log::Ring ring{trace->mapping, trace->ring_bytes()};
     const std::size_t longest = ring.size / 2;
-    log::Record record{};
+    log::Record record{0, "", {}};
     if (point != nullptr) record.point = {point, ::strnlen(point, longest)};
     if (data != nullptr) {
         record.data = {static_cast<const char*>(data), length < longest ? length : longest};
