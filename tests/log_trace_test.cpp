@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "log_clock.hpp"
 #include "support/support.hpp"
 #include "trace.h"
 
@@ -25,7 +26,6 @@ using support::write_file;
 
 namespace {
 
-std::time_t g_now = 0x01020304;
 std::string g_failing;  // name of the call that fails
 int g_fail_at = 0;      // which of its calls
 int g_mutexes = 0;
@@ -48,7 +48,7 @@ int __real_close(int);
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __real_pthread_mutex_destroy(pthread_mutex_t*);
 
-std::time_t __wrap_time(std::time_t*) { return g_now; }
+std::time_t __wrap_time(std::time_t*) { return test_clock::now; }
 int __wrap_fstat(int fd, struct stat* status) {
     return fails("fstat") ? -1 : __real_fstat(fd, status);
 }
@@ -103,7 +103,7 @@ struct Model {
         bytes.replace(0, 4, word(static_cast<std::uint32_t>(at)));
     }
     void record(const std::string& point, std::string_view data) {
-        put("SSSS" + word(static_cast<std::uint32_t>(g_now)) + word(0) + point);
+        put("SSSS" + word(static_cast<std::uint32_t>(test_clock::now)) + word(0) + point);
         if (!data.empty()) put("XXXX" + std::string(data.substr(0, bytes.size() / 2)));
         put("EEEE");
     }
@@ -143,7 +143,7 @@ TEST_F(Trace, RandomRecordsLieAsInTheModel) {
         Twrite(trace, 2, point.c_str(), data.data(), static_cast<std::uint32_t>(data.size()));
         model.record(point, data);
         ASSERT_EQ(std::memcmp(read_file(path).data(), model.bytes.data(), kRing), 0) << i;
-        ++g_now;
+        ++test_clock::now;
     }
     EXPECT_EQ(Tclose(trace), 0);
     EXPECT_EQ(read_file(path).size(), kRing);
