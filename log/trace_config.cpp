@@ -68,7 +68,7 @@ void MakeTraceFileName(char* buffer, std::uint32_t /*unused*/, const char* prefi
     if (level == 0 || buffer == nullptr || prefix == nullptr) return;
     (void)common::format_into(std::span<char>(buffer, log::kNameSize), "%s/%s%d-%d.trc",
                               log::trace_directory().text.data(), prefix,
-                              static_cast<int>(::getpid()), static_cast<int>(::gettid()));
+                              static_cast<int>(::getpid()), static_cast<int>(::pthread_self()));
 }
 
 std::int32_t DeleteOldFiles(std::uint32_t /*unused*/, const char* prefix, std::int32_t number,

@@ -340,7 +340,7 @@ TEST(TraceConfig, FileNameOfTheThread) {
     EXPECT_STREQ(name, "kept");
     MakeTraceFileName(name, 0, "acert", 1);
     EXPECT_EQ(name, "/var/opt/Quorvin/tmp2/acert" + std::to_string(::getpid()) + "-" +
-                        std::to_string(::gettid()) + ".trc");
+                        std::to_string(static_cast<int>(::pthread_self())) + ".trc");
 }
 
 TEST_F(Trace, PruningKeepsTheNewest) {
