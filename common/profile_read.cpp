@@ -76,7 +76,7 @@ std::string_view cut_line(std::string_view line) noexcept {
 bool is_header(std::string_view line, std::string_view& name) noexcept {
     const std::size_t start = line.find_first_not_of(' ');
     if (start == std::string_view::npos || line[start] != '[') return false;
-    line = cut_line(line).substr(start + 1);
+    line = skip(cut_line(line), start + 1);
     const std::size_t end = line.find(']');
     name = line.substr(0, end);
     return end != std::string_view::npos;
@@ -134,7 +134,7 @@ bool next_key(std::string_view& lines, ProfileKey& key) noexcept {
         const char first = line[line.find_first_not_of(' ')];
         if (first == ';' || first == '[') continue;
         key.name = line.substr(0, equals);
-        key.value = line.substr(equals + 1);
+        key.value = skip(line, equals + 1);
         return true;
     }
     return false;

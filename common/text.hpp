@@ -16,6 +16,13 @@ __attribute__((format(printf, 2, 3))) int format_into(std::span<char> dst, const
 // Copies as much of `text` as fits and terminates it. Returns the length copied.
 std::size_t copy_into(std::span<char> dst, std::string_view text) noexcept;
 
+// The text behind its first `count` characters, empty when there are none. Unlike substr() it
+// knows no exception, so the library needs nothing of the C++ runtime.
+constexpr std::string_view skip(std::string_view text, std::size_t count) noexcept {
+    text.remove_prefix(count < text.size() ? count : text.size());
+    return text;
+}
+
 // The text in a fixed field that may lack its NUL.
 std::string_view bounded(std::span<const char> field) noexcept;
 

@@ -8,6 +8,7 @@
 
 #include "common/base64.hpp"
 #include "common/block_io.hpp"
+#include "common/text.hpp"
 #include "mime.h"
 #include "mime/fields.hpp"
 #include "mime/files.hpp"
@@ -27,7 +28,7 @@ using log::TraceScope;
 std::string_view attachment_name(std::string_view path) noexcept {
     const std::size_t separator = path.find_last_of("/:");
     if (separator == path.npos || separator == 0) return path;
-    return path.substr(separator + 1);
+    return common::skip(path, separator + 1);
 }
 
 bool put_quoted(BlockWriter& out, std::string_view start, std::string_view name) noexcept {

@@ -14,6 +14,7 @@
 
 #include "common/block_io.hpp"
 #include "common/error_word.hpp"
+#include "common/text.hpp"
 #include "mime.h"
 #include "mime/fields.hpp"
 #include "mime/files.hpp"
@@ -48,7 +49,7 @@ std::size_t last_line_end(std::string_view text) noexcept {
 // one line more. `previous` is the byte before the text. npos when the text ends before.
 std::size_t wanted_lines(std::string_view text, char previous, int blank_lines) noexcept {
     for (std::size_t start = 0;;) {
-        const std::size_t end = line_end_from(text.substr(start), 0);
+        const std::size_t end = line_end_from(common::skip(text, start), 0);
         if (end == text.npos) return text.npos;
         if (blank_lines <= 0) return start + end;
         const std::size_t cr = start + end - kLineEnd.size();

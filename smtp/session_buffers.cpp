@@ -30,8 +30,7 @@ std::span<char, kReplySize> reply_buffer() noexcept {
 const char* reply_text() noexcept { return g_reply.data(); }
 
 std::string_view reply_detail() noexcept {
-    const std::string_view line = common::bounded(reply_buffer());
-    return line.substr(line.size() < kDetailStart ? line.size() : kDetailStart);
+    return common::skip(common::bounded(reply_buffer()), kDetailStart);
 }
 
 void clear_reply() noexcept { g_reply.fill('\0'); }
