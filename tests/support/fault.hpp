@@ -28,15 +28,16 @@ public:
 // The n-th call from now on that `mode` concerns, counted from 1, is hit once.
 void fail_nth(int n, Mode mode);
 
-// Every call of `function` that concerns `about` fails with `error`: a path, or the path behind a
-// descriptor, or the bytes to be sent must contain it. "" concerns every call. With error 0 the
-// call is noticed (was_hit) and goes on.
-void fail_on(std::string_view function, std::string_view about, int error);
+// Every call of `function` that concerns `about` fails, after `skip` of them, with `error`: a path,
+// or the path behind a descriptor, or the bytes to be sent, or the size of a block in decimal, must
+// contain it. "" concerns every call. With error 0 the call is noticed (was_hit) and goes on.
+void fail_on(std::string_view function, std::string_view about, int error, int skip = 0);
 
 void clear();            // no more faults; the counts start anew
 bool was_hit();          // whether a fault took place since clear()
 std::string last_hit();  // the function hit last
 long heap_blocks();      // blocks taken and not given back under a Watch since clear()
+int descriptors();       // descriptors and streams opened and not closed, likewise
 int calls();             // system calls made under a Watch since clear(), heap calls not counted
 long slept_ms();         // virtual time passed in sleep() and select() since clear()
 

@@ -58,10 +58,13 @@ std::vector<std::string> files_in(const std::string& directory) {
     return names;
 }
 
+std::string log_path() {
+    return std::string(kLogDir) + "/rmsmtp" + std::to_string(::getpid()) + ".log";
+}
+
 std::vector<std::string> log_lines() {
     std::vector<std::string> lines;
-    std::istringstream in(
-        read_file(std::string(kLogDir) + "/rmsmtp" + std::to_string(::getpid()) + ".log"));
+    std::istringstream in(read_file(log_path()));
     for (std::string line; std::getline(in, line);) {
         constexpr std::size_t kLabel = 9;  // behind "hh:mm:ss "
         if (line.ends_with('\r')) line.pop_back();

@@ -49,6 +49,7 @@ private:
 // Log and trace off (trc_conf says so), or on with the levels given.
 void set_logs(int log_number, int trace_level);
 std::vector<std::string> files_in(const std::string& directory);
+std::string log_path();
 // The mail log of this process, without its time stamps and banners.
 std::vector<std::string> log_lines();
 

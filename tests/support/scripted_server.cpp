@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace support {
 namespace {
 
 constexpr int kPartPauseMs = 2;  // lets a part arrive alone
+std::atomic<int> g_silent_port = 0;
 
 int bound_socket(std::uint16_t& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -137,9 +139,11 @@ bool ScriptedServer::answer(Session& session, const Row& row) {
             ::close(std::exchange(session.fd, -1));
             return false;
         case Then::kStall:
+            g_silent_port = port_;
             for (std::string rest; take(session, false, rest);) continue;
             return false;
         case Then::kDeaf:
+            g_silent_port = port_;
             wait(-1);
             return false;
     }
@@ -197,6 +201,8 @@ Script friendly(Script changes) {
     changes.insert(changes.end(), rows.begin(), rows.end());
     return changes;
 }
+
+int silent_port() { return g_silent_port; }
 
 std::uint16_t refusing_port() {
     static std::uint16_t port = 0;

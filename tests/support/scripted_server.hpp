@@ -103,6 +103,10 @@ private:
 // friendly({{"RCPT", "550 no\r\n"}}) refuses recipients. Use with any_order.
 Script friendly(Script changes = {});
 
+// Port of the server that last reached a row that stalls: who waits for it in virtual time need
+// not wait at all.
+int silent_port();
+
 // A loopback port that refuses connections.
 std::uint16_t refusing_port();
 

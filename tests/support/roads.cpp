@@ -1,0 +1,96 @@
+// roads.cpp - see roads.hpp.
+#include "support/roads.hpp"
+
+#include <filesystem>
+
+#include "support/fault.hpp"
+
+namespace support {
+namespace {
+
+constexpr const char* kEhlo = "250-hi\r\n250 AUTH LOGIN PLAIN CRAM-MD5\r\n";
+
+Script smtp_script(Road road, Script changes) {
+    if (road == kHelo) changes.push_back({"EHLO", "502 what\r\n"});
+    changes.insert(changes.end(), {{"EHLO", kEhlo},
+                                   {"AUTH CRAM-MD5", "334 PDE+\r\n"},
+                                   {"dXNlci", "235 ok\r\n"},  // "user " and the digest
+                                   {"AUTH PLAIN", "235 ok\r\n"},
+                                   {"AUTH LOGIN", "334 VXNlcg==\r\n"},
+                                   {"dXNlcg", "334 UGFzcw==\r\n"},  // "user"
+                                   {"c2VjcmV0", "235 ok\r\n"}});    // "secret"
+    return friendly(std::move(changes));
+}
+
+Script pop_script(Script changes) {
+    changes.insert(changes.end(), {{"", "+OK hi\r\n"},
+                                   {"USER", "+OK\r\n"},
+                                   {"PASS", "+OK\r\n"},
+                                   {"STAT", "+OK 0 0\r\n"},
+                                   {"QUIT", "+OK\r\n"}});
+    return changes;
+}
+
+}  // namespace
+
+const char* name_of(Road road) {
+    switch (road) {
+        case kPlain:
+            return "plain";
+        case kAuth:
+            return "auth";
+        case kHelo:
+            return "HELO";
+        case kPartial:
+            return "pieces";
+        case kPop:
+            return "POP first";
+        case kPrepared:
+            return "prepared";
+    }
+    return "";
+}
+
+Journey::Journey(Road road, Script smtp_changes, Script pop_changes)
+    : smtp(smtp_script(road, std::move(smtp_changes)), {.any_order = true}),
+      pop(pop_script(std::move(pop_changes)), {.any_order = true}) {
+    mail.body.clear();
+    mail.split.ulPort = smtp.port();
+    mail.pop.ulPort = pop.port();
+    if (road == kAuth || road == kHelo) mail.use_auth();
+    if (road == kAuth) mail.account.ulMechanisms = MAIL_MECH_CRAM_MD5;
+    if (road == kPop) mail.use_pop();
+    mail.partial = road == kPartial ? 1 : 0;
+    for (int line = 0; line < 96; ++line) mail.body += std::string(80, 'b') + "\n";
+    mail.has_body = road != kPrepared;
+
+    // The paths must not move once the part list points at them.
+    paths_ = {file("kept.bin"), file("temporary.bin"), file("content.txt"), file("header.txt")};
+    write_file(paths_[0], std::string(15000, 'k'));
+    write_file(paths_[1], std::string(100, 't'));
+    write_file(paths_[2], "content\n");
+    write_file(paths_[3], "Subject: made elsewhere\n\n");
+    if (road == kPrepared) {
+        mail.attachments = {{MAIL_KIND_PREPARED, 0, paths_[2].c_str()},
+                            {MAIL_KIND_PREPARED_HEADER, 0, paths_[3].c_str()}};
+    } else {
+        mail.attachments = {{MAIL_KIND_ATTACHMENT, 0, paths_[0].c_str()},
+                            {MAIL_KIND_ATTACHMENT_TEMP, 0, paths_[1].c_str()}};
+    }
+}
+
+Outcome Journey::run() {
+    std::filesystem::remove(log_path());
+    const bool deletes = mail.attachments.back().kind == MAIL_KIND_ATTACHMENT_TEMP;
+    Outcome outcome;
+    outcome.result = mail.send();
+    outcome.descriptors = fault::descriptors();
+    outcome.heap_blocks = fault::heap_blocks();
+    outcome.detail = mail.detail.data();
+    outcome.trash = files_in(kWorkDir);
+    outcome.temporary_kept = deletes ? std::filesystem::exists(paths_[1]) : outcome.result < 0;
+    if (const auto lines = log_lines(); !lines.empty()) outcome.last_log = lines.back();
+    return outcome;
+}
+
+}  // namespace support

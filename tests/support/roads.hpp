@@ -1,0 +1,60 @@
+// roads.hpp - one send on each road through the library, against servers of which single rows are
+// changed. What a test wants to know about it is in an Outcome.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/sample_mail.hpp"
+#include "support/scripted_server.hpp"
+#include "support/support.hpp"
+
+namespace support {
+
+enum Road : unsigned {
+    kPlain = 1,      // text and two attachments, one of them temporary
+    kAuth = 2,       // the same, with SMTP AUTH
+    kHelo = 4,       // the same, and a server that knows no EHLO
+    kPartial = 8,    // the same, in three pieces
+    kPop = 16,       // the same, POP before SMTP
+    kPrepared = 32,  // a prepared content file and header file
+};
+inline constexpr Road kAllRoads[] = {kPlain, kAuth, kHelo, kPartial, kPop, kPrepared};
+const char* name_of(Road road);
+
+struct Outcome {
+    std::int32_t result = 0;
+    std::string detail;
+    std::string last_log;            // last line of the mail log
+    bool temporary_kept = false;     // the temporary attachment is still there
+    std::vector<std::string> trash;  // working files left behind
+    int descriptors = 0;             // not closed
+    long heap_blocks = 0;            // not given back
+
+    // Whether nothing is left that should have gone; the temporary attachment goes on success.
+    [[nodiscard]] bool is_clean() const {
+        return trash.empty() && descriptors == 0 && heap_blocks == 0 &&
+               temporary_kept == (result < 0);
+    }
+};
+
+class Journey {
+public:
+    // The first row of `changes` that fits a command replaces the friendly one.
+    explicit Journey(Road road, Script smtp_changes = {}, Script pop_changes = {});
+
+    Outcome run();
+
+    SampleMail mail;
+    ScriptedServer smtp;
+    ScriptedServer pop;
+
+private:
+    std::string file(const char* name) const { return files_.file(name); }
+
+    TempDir files_;
+    std::vector<std::string> paths_;
+};
+
+}  // namespace support
