@@ -5,6 +5,7 @@
 // the stack that are wiped. RFC 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
 #include "smtp/auth.hpp"
 
+#include "common/base64.hpp"
 #include "common/error_word.hpp"
 #include "common/text.hpp"
 #include "log/trace_scope.hpp"
@@ -20,6 +21,11 @@ namespace {
 
 using log::TraceScope;
 
+// Sizes of the texts for fields that are full to the last byte, and so without a NUL.
+constexpr std::size_t kFieldMax = sizeof(MailAuthAccount::szUser);
+constexpr std::size_t kPlainSize = common::base64_length(3 * kFieldMax + 2) + 1;
+constexpr std::size_t kCramSize = common::base64_length(kFieldMax + 33) + 1;
+constexpr std::size_t kLoginSize = 256;
 constexpr const char* kMasked = "******";
 constexpr const char* kMaskedPlain = "AUTH PLAIN ******";
 
@@ -42,8 +48,8 @@ struct Credentials {
         common::copy_into(user, common::bounded(account.szUser));
         common::copy_into(password, common::bounded(account.szPassword));
     }
-    Secret<sizeof(MailAuthAccount::szUser) + 1> user;
-    Secret<sizeof(MailAuthAccount::szPassword) + 1> password;
+    Secret<kFieldMax + 1> user;
+    Secret<kFieldMax + 1> password;
 };
 
 // One command of a dialogue, with the clock of its own; an answer other than `accepted` refuses.
@@ -87,11 +93,11 @@ std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
     if (rc != kOk) return trace.fail("INCRAM0010", rc);
 
     const Credentials mine(account);
-    Secret<160> response;  // base64 of 64 characters, a blank and 32 digits
+    Secret<kCramSize> response;
     if (Auth_GetCertCramString(mine.user.data(), mine.password.data(), reply_detail().data(),
                                response.data()) != 0)
         return trace.fail("INCRAM0020", kAuthRefused);
-    Secret<response.size()> line;
+    Secret<kCramSize + 2> line;
     const int length = common::format_into(line, "%s\r\n", response.data());
     rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked, true}, '2', err);
     return rc == kOk ? trace.leave(rc) : trace.fail("INCRAM0030", rc);
@@ -100,9 +106,9 @@ std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
 std::int32_t SMTP_authPlain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
     TraceScope trace("INPLAN0000", "INPLANFFFF");
     const Credentials mine(account);
-    Secret<264> response;  // base64 of three times 64 characters and two NULs
+    Secret<kPlainSize> response;
     Auth_GetCertPlainString(mine.user.data(), mine.password.data(), response.data());
-    Secret<response.size() + 16> line;
+    Secret<kPlainSize + 16> line;
     const int length = common::format_into(line, "AUTH PLAIN %s\r\n", response.data());
     const std::int32_t rc =
         step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMaskedPlain}, '2', err);
@@ -115,10 +121,10 @@ std::int32_t SMTP_authLogin(int sock, const MailAuthAccount& account, std::uint3
     if (rc != kOk) return trace.fail("INLGIN0010", rc);
 
     const Credentials mine(account);
-    Secret<256> user;
-    Secret<256> password;
+    Secret<kLoginSize> user;
+    Secret<kLoginSize> password;
     Auth_GetCertLoginString(mine.user.data(), mine.password.data(), user.data(), password.data());
-    Secret<user.size() + 2> line;
+    Secret<kLoginSize + 2> line;
     int length = common::format_into(line, "%s\r\n", user.data());
     rc = step(sock, plain({line.data(), static_cast<std::size_t>(length)}), '3', err);
     if (rc != kOk) return trace.fail("INLGIN0020", rc);
