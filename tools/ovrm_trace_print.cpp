@@ -95,7 +95,7 @@ std::string as_text(const Record& record, const std::string& name) {
     if (!record.data.empty()) text.resize(std::max(text.size() + 1, column), ' ');
     for (std::size_t at = 0; at < record.data.size(); at += kRow) {
         const std::string_view row = std::string_view(record.data).substr(at, kRow);
-        if (at != 0) text += "\n" + std::string(column, ' ');
+        if (at != 0) text.append(1, '\n').append(column, ' ');
         text += hex(row, "", " ");
         if (at != 0) text.append(3 * (kRow - row.size()), ' ');
         text += "|" + ascii(row) + "|";
