@@ -98,9 +98,9 @@ std::string as_text(const Record& record, const std::string& name) {
         if (at != 0) text.append(1, '\n').append(column, ' ');
         text += hex(row, "", " ");
         if (at != 0) text.append(3 * (kRow - row.size()), ' ');
-        text += "|" + ascii(row) + "|";
+        text.append("|").append(ascii(row)).append("|");
     }
-    if (const auto value = number(record)) text += " " + std::to_string(*value);
+    if (const auto value = number(record)) text.append(" ").append(std::to_string(*value));
     return text + "\n";
 }
 
