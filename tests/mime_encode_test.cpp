@@ -1,0 +1,249 @@
+// The encoders: base64, ISO-2022-JP, subjects, and the code set converter.
+#include <gtest/gtest.h>
+#include <iconv.h>
+
+#include <array>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "codeset.h"
+#include "common/base64.hpp"
+#include "mime.h"
+#include "mime_support.hpp"
+
+namespace {
+
+using std::string;
+
+const string kA = "\x82\xA0";  // one hiragana letter
+const string kWordA = "=?ISO-2022-JP?B?GyRCJCIbKEo=?=";
+
+// iconv as the independent opinion; empty when it refuses.
+string reference(const char* from, const char* to, string text) {
+    const iconv_t converter = iconv_open(to, from);
+    std::array<char, 8192> out{};
+    char* src = text.data();
+    char* dst = out.data();
+    std::size_t left = text.size();
+    std::size_t room = out.size();
+    const bool done = iconv(converter, &src, &left, &dst, &room) != SIZE_MAX;
+    iconv_close(converter);
+    return done ? string(out.data(), dst) : string();
+}
+
+// Runs an encoder in exactly the room that its contract asks for.
+string encode(void (*encoder)(const char*, char*), const string& text) {
+    const bool subject = encoder == SMTP_makeSubject;
+    std::vector<char> out(subject ? 17 * text.size() + 8 : 3 * text.size() + 3, 'x');
+    encoder(text.c_str(), out.data());
+    return out.data();
+}
+
+// Random text of letters and hiragana, `odds` in ten of them hiragana.
+string random_text(std::mt19937& random, std::size_t characters, unsigned odds) {
+    string text;
+    while (characters-- != 0) {
+        if (random() % 10 < odds) text += '\x82';
+        text += static_cast<char>(text.ends_with('\x82') ? 0x9F + random() % 0x50
+                                                         : 'a' + random() % 26);
+    }
+    return text;
+}
+
+// Three bytes at a time, which no fast road takes.
+string plain_base64(const string& bytes) {
+    string out;
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        string part = bytes.substr(at, 3);
+        const int size = static_cast<int>(part.size());
+        std::array<char, 5> group{};
+        part.resize(6);
+        SMTP_toBase64(part.data(), group.data(), size);
+        out += group.data();
+    }
+    return out;
+}
+
+string decode_base64(const string& text) {
+    string out;
+    unsigned bits = 0;
+    int count = 0;
+    for (const char character : text.substr(0, text.find('='))) {
+        bits = bits << 6 |
+               static_cast<unsigned>(string(ovrmail::common::kBase64Alphabet).find(character));
+        if ((count += 6) >= 8) out += static_cast<char>(bits >> (count -= 8));
+    }
+    return out;
+}
+
+// Unfolds a Subject value and decodes its words; checks each word and the width of each line.
+string decode_subject(const string& value) {
+    const string start = "=?ISO-2022-JP?B?";
+    string text;
+    for (std::size_t at = 0, line = 0; at < value.size();) {
+        EXPECT_LE(at - line, 77U);
+        if (value.compare(at, 3, "\r\n ") == 0) {
+            line = at += 3;
+        } else if (value.compare(at, start.size(), start) == 0) {
+            const std::size_t end = value.find("?=", at + start.size());
+            EXPECT_LE(end + 2 - at, 75U) << "longer than an encoded word may be";
+            at += start.size();
+            const string word = decode_base64(value.substr(at, end - at));
+            EXPECT_TRUE(word.starts_with("\x1b$B") && word.ends_with("\x1b(J")) << word;
+            text += reference("ISO-2022-JP", "SJIS", word);
+            at = end + 2;
+        } else {
+            text += value[at++];
+        }
+    }
+    return text;
+}
+
+TEST(Base64, AgreesWithTheDefinitionAtEveryLength) {
+    std::mt19937 random(1);
+    for (std::size_t length = 0; length <= 400; ++length) {
+        string bytes(length, '\0');
+        for (char& byte : bytes) byte = static_cast<char>(random());
+        const std::span src(reinterpret_cast<const unsigned char*>(bytes.data()), length);
+        std::vector<char> flat(ovrmail::common::base64_length(length));
+        EXPECT_EQ(ovrmail::common::base64_encode(src, flat.data()), flat.size());
+        EXPECT_EQ(string(flat.begin(), flat.end()), plain_base64(bytes));
+        std::vector<char> lines((length + 50) / 51 * 70);
+        lines.resize(ovrmail::common::base64_encode_lines(src, lines.data()));
+        string wanted;
+        for (std::size_t at = 0; at < length; at += 51)
+            wanted += plain_base64(bytes.substr(at, 51)) + "\r\n";
+        EXPECT_EQ(string(lines.begin(), lines.end()), wanted);
+    }
+    EXPECT_EQ(plain_base64("foobar") + plain_base64("fooba") + plain_base64("f\xFF\xBF\xFE"),
+              "Zm9vYmFyZm9vYmE=Zv+//g==");
+    std::array<char, 8> src{'a', 'b', 'c', 'd', 'x', 'x', 'x', 'x'};
+    std::array<char, 9> dst{};
+    EXPECT_EQ(SMTP_toBase64(src.data(), dst.data(), 4), 8);
+    EXPECT_STREQ(dst.data(), "YWJjZA==");
+    EXPECT_EQ(string(src.data(), 8), string("abcd\0\0\0x", 8)) << "zero bytes behind the source";
+    EXPECT_EQ(SMTP_toBase64(src.data(), dst.data(), 0), 0);
+}
+
+TEST(Jis, CodeAgreesWithIconvForEveryPair) {
+    int compared = 0;
+    for (unsigned code = 0; code <= 0x1FFFF; ++code) {
+        const unsigned lead = code >> 8;
+        const unsigned trail = code & 0xFF;
+        const bool is_lead = (lead >= 0x81 && lead <= 0x9F) || (lead >= 0xE0 && lead <= 0xEF);
+        if (!is_lead || trail < 0x40 || trail == 0x7F || trail > 0xFC) {
+            EXPECT_EQ(SMTP_sjistojis(code), is_lead ? lead | trail : 0U);
+            continue;
+        }
+        const string euc =
+            reference("SJIS", "EUC-JP", {static_cast<char>(lead), static_cast<char>(trail)});
+        if (euc.size() != 2) continue;
+        EXPECT_EQ(SMTP_sjistojis(code), (static_cast<unsigned char>(euc[0]) & 0x7FU) << 8 |
+                                            (static_cast<unsigned char>(euc[1]) & 0x7FU));
+        ++compared;
+    }
+    EXPECT_GT(compared, 6000);
+}
+
+TEST(Iso2022, Lines) {
+    const Case cases[] = {
+        {"ascii", "a.b\r\n", "a.b\r\n"},
+        {"katakana and vendor bytes are single", "\xA0\xB1\xDF\xF0\xFF", "\xA0\xB1\xDF\xF0\xFF"},
+        {"back to roman before the line end", kA + "\r\n", "\x1b$B$\"\x1b(J\r\n"},
+        {"runs", "a" + kA + kA + "z" + kA, "a\x1b$B$\"$\"\x1b(Jz\x1b$B$\"\x1b(J"},
+        {"leading dot is doubled", "." + kA, "..\x1b$B$\"\x1b(J"},
+        {"lead byte alone", "ab\x82", "ab"},
+        {"lead byte alone after a pair", kA + "\x82", "\x1b$B$\"\x1b(J"},
+        {"invalid trail byte ends the line", kA + "\x82 b\r\n", "\x1b$B$\""},
+        {"the worst case", kA + times(9, "a" + kA),
+         "\x1b$B$\"\x1b(J" + times(9, "a\x1b$B$\"\x1b(J")},
+    };
+    for (const auto& c : cases) EXPECT_EQ(encode(SMTP_toISO2022, c.in), c.wanted) << c.name;
+    std::mt19937 random(2);
+    for (unsigned i = 0; i < 2000; ++i) {
+        const string text = random_text(random, random() % 60, i % 11);
+        EXPECT_EQ(reference("ISO-2022-JP", "SJIS", encode(SMTP_toISO2022, text)), text);
+    }
+}
+
+TEST(Subject, IsFoldedAndEncoded) {
+    const string twelve = "=?ISO-2022-JP?B?GyRC" + times(4, "JCIkIiQi") + "GyhK?=";
+    const Case cases[] = {
+        {"ascii is unchanged", ".a\xB1\xFF", ".a\xB1\xFF"},
+        {"one character", kA, kWordA},
+        {"text on both sides", "x" + kA + "y", "x" + kWordA + "y"},
+        {"leading dot is doubled", "." + kA, ".." + kWordA},
+        {"a word opens at column 46", times(46, "x") + kA, times(46, "x") + kWordA},
+        {"but not at 47", times(47, "x") + kA, times(47, "x") + "\r\n " + kWordA},
+        {"single bytes reach column 76", kA + times(46, "x"), kWordA + times(46, "x")},
+        {"and fold behind it", kA + times(47, "x"), kWordA + times(47, "x") + "\r\n "},
+        {"twelve pairs fill a word", times(12, kA), twelve},
+        {"the thirteenth starts another", times(13, kA), twelve + "\r\n " + kWordA},
+        {"invalid pair ends the subject", kA + "\x82 z", "=?ISO-2022-JP?B?GyRCJCI=?="},
+        {"invalid pair alone", "x\x82 z", "x=?ISO-2022-JP?B?GyRC?="},
+        {"lead byte alone", kA + "\x82", kWordA},
+    };
+    for (const auto& c : cases) EXPECT_EQ(encode(SMTP_makeSubject, c.in), c.wanted) << c.name;
+    std::mt19937 random(3);
+    for (unsigned i = 0; i < 2000; ++i) {
+        const string text = random_text(random, random() % 78, i % 11);
+        EXPECT_EQ(decode_subject(encode(SMTP_makeSubject, text)), text);
+    }
+}
+
+TEST(CodeSet, Handles) {
+    for (const char* name : {"eucjp", "UTF-8", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(Cnv_open(name, "SJIS"), -1);
+        EXPECT_EQ(Cnv_open("SJIS", name), -1);
+    }
+    const int other = Cnv_open("SJIS", "SJIS");
+    const int handle = Cnv_open("eucJP", "SJIS");
+    EXPECT_NE(handle, other);
+    EXPECT_EQ(Cnv_close(handle), 0);
+    EXPECT_EQ(Cnv_close(handle), -1) << "closed twice";
+    std::array<char, 4> out{};
+    int length = 7;
+    for (const int none : {-1, 0, handle, 1 << 20})
+        EXPECT_EQ(Cnv_euctosjis(none, 1, "a", 4, out.data(), &length), -1);
+    EXPECT_EQ(Cnv_euctosjis(other, 1, nullptr, 4, out.data(), &length), -1);
+    EXPECT_EQ(length, 7);
+    EXPECT_EQ(Cnv_close(other), 0);
+}
+
+TEST(CodeSet, Conversions) {
+    const int to_sjis = Cnv_open("eucJP", "SJIS");
+    const int to_euc = Cnv_open("SJIS", "eucJP");
+    const struct {
+        decltype(&Cnv_euctosjis) function;
+        int handle;
+        string in;
+        int room;
+        int result;
+        string out;
+    } cases[] = {
+        {Cnv_euctosjis, to_sjis, "a\xA4\xA2", 9, 3, "a\x82\xA0"},
+        {Cnv_sjistoeuc, to_euc, "\xB1\xB2", 9, 4, "\x8E\xB1\x8E\xB2"},
+        {Cnv_euctosjis, to_sjis, string("ab\0cd", 5), 9, 2, "ab"},
+        {Cnv_euctosjis, to_sjis, "", 9, 0, ""},
+        {Cnv_euctosjis, to_sjis, "ab\xFFz", 9, -2, "ab"},         // invalid
+        {Cnv_euctosjis, to_sjis, "ab\xA4", 9, -2, "ab"},          // incomplete
+        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 9, -2, "ff017a"},   // nothing converted
+        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 5, -2, "ff017"},    // and cut
+        {Cnv_euctosjis, to_sjis, "abcdef", 4, -2, "abcd"},        // no more room
+        {Cnv_euctosjis, to_euc, "\xB1\xB2", 64, -2, "\x8E\xB1"},  // wrong direction: it grows
+    };
+    for (const auto& c : cases) {
+        string out(static_cast<std::size_t>(c.room), '#');
+        int length = -7;
+        EXPECT_EQ(c.function(c.handle, static_cast<int>(c.in.size()), c.in.data(), c.room,
+                             out.data(), &length),
+                  c.result);
+        EXPECT_EQ(length, static_cast<int>(c.out.size()));
+        EXPECT_EQ(out, c.out + string(out.size() - c.out.size(), '#'));
+    }
+    Cnv_close(to_sjis);
+    Cnv_close(to_euc);
+}
+
+}  // namespace
