@@ -70,7 +70,7 @@ std::int32_t FileWrite(std::int32_t fd, const void* buffer, std::uint32_t length
 std::int32_t FileClose(std::int32_t fd) noexcept {
     // On Linux an interrupted close has closed. Closing again would take the descriptor away from
     // whichever thread was given the number meanwhile.
-    const int rc = ::close(fd);
+    const int rc = ::close(fd);  // allow: the caller's own descriptor
     return rc == kFailed && errno == EINTR ? 0 : rc;
 }
 

@@ -44,6 +44,7 @@ using namespace ovrmail;
 void SMTP_GetSmtpSvResponce(char* dst) noexcept {
     log::TraceScope trace("GETSMTP0000", "GETSMTPFFFF");
     if (dst != nullptr) {
+        // allow: a field of fixed size
         std::strncpy(dst, smtp::reply_text(), smtp::kResponseSize - 1);
         dst[smtp::kResponseSize - 1] = '\0';
     }
