@@ -11,8 +11,8 @@
 #include "common/error_word.hpp"
 #include "common/inst_info.hpp"
 #include "common/paths.hpp"
+#include "common/profile.hpp"
 #include "common/text.hpp"
-#include "profile.h"
 
 namespace ovrmail::common {
 namespace {
@@ -28,7 +28,13 @@ public:
     RecordWriter& operator=(const RecordWriter&) = delete;
     ~RecordWriter() { Com_ClosePrivateProfile(profile_, nullptr); }
 
-    [[nodiscard]] bool opened() const noexcept { return profile_ != nullptr; }
+    // A record that is there but cannot be read counts as not opened: written back, it would hold
+    // the new settings alone.
+    [[nodiscard]] bool opened() const noexcept {
+        if (profile_ == nullptr) return false;
+        if (profile_->read_error != 0) set_error(err_, profile_->read_error);
+        return profile_->read_error == 0;
+    }
 
     [[nodiscard]] bool setting(const InstInfoKey& key, std::uint32_t value) noexcept {
         format_into(text_, "0x%08x", value);

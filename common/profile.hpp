@@ -44,6 +44,7 @@ struct ProfileSection {
 struct MailProfile {
     std::uint32_t flags = 0;
     ovrmail::common::ProfileState state = ovrmail::common::ProfileState::kUnchanged;
+    int read_error = 0;  // errno when there is a file, but it could not be read
     ovrmail::common::ProfileSection* sections = nullptr;
     ovrmail::common::ProfileSection* last_section = nullptr;
     ovrmail::common::HeapPtr<char[]> text;  // the file as read

@@ -31,28 +31,33 @@ std::string_view view(const char* text) noexcept {
     return text != nullptr ? std::string_view(text) : std::string_view();
 }
 
-// The whole file into profile.text. A file that cannot be opened is empty; one that fails while
-// being read ends there. False when memory runs out.
-bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
-    size = 0;
-    const UniqueFd fd(FileOpenRead(path));
-    struct stat64 status {};
-    if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) return true;
-    const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
-    // One byte more than the file holds: a read that leaves room has met the end.
-    std::size_t room = static_cast<std::size_t>(std::max<off64_t>(status.st_size, 0)) + 1;
-    if (room < kPieceSize) room = kPieceSize;
-    for (;;) {
+// Reads the open file to its end into profile.text. False when memory runs out.
+bool load_open(int fd, std::size_t expected, MailProfile& profile, std::size_t& size) noexcept {
+    for (std::size_t room = expected != 0 ? expected : kPieceSize;; room *= 2) {
         auto* const grown = static_cast<char*>(std::realloc(profile.text.get(), room));
         if (grown == nullptr) return false;
         (void)profile.text.release();
         profile.text.reset(grown);
-        const ssize_t got = sized ? ::read(fd.get(), grown + size, room - size)
-                                  : read_full(fd.get(), {grown + size, room - size});
+        const ssize_t got = read_full(fd, {grown + size, room - size});
+        if (got < 0) profile.read_error = errno;
         if (got > 0) size += static_cast<std::size_t>(got);
-        if (got < 0 || size < room) return true;
-        room *= 2;
+        if (expected != 0 || size < room) return true;
     }
+}
+
+// The whole file into profile.text; what cannot be opened or read is empty. False when memory runs
+// out.
+bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
+    const UniqueFd fd(FileOpenRead(path));
+    struct stat64 status {};
+    if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) {
+        if (errno != ENOENT && errno != ENOTDIR) profile.read_error = errno;
+        return true;
+    }
+    if (S_ISDIR(status.st_mode)) return true;
+    // Files of /proc call themselves regular and empty.
+    const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
+    return load_open(fd.get(), sized ? static_cast<std::size_t>(status.st_size) : 0, profile, size);
 }
 
 // Takes the next line off `rest`, without its line feed.
@@ -184,7 +189,7 @@ std::int32_t Com_GetPrivateProfileInt(const MailProfile* profile, const char* se
     if (!has_text(text)) return std::max(fallback, 0);
     if (text.empty()) return fallback;
     text = text.substr(0, kDigits);
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    text = skip(text, text.find_first_not_of(" \t\n\v\f\r"));
     if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
     std::int64_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
