@@ -92,6 +92,8 @@ TEST_F(Files, RenameAlwaysTakesTheOldName) {
     EXPECT_EQ(GetErrorCode(), ENOENT);
     EXPECT_FALSE(fs::exists(at("b")));
     write_file(at("a"), "1");
+    EXPECT_EQ(RenameFile(dir_.path().c_str(), at("a").c_str()), -1);
+    EXPECT_EQ(GetErrorCode(), EINVAL);  // that of the rename
     EXPECT_EQ(RenameFile(at("a").c_str(), at("a").c_str()), 0);
     EXPECT_FALSE(fs::exists(at("a")));
 }

@@ -1,6 +1,5 @@
 // The status query: flags to bits, the management product's part in it, and its trace.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -76,8 +75,8 @@ TEST(Status, NullPointers) {
 }
 
 TEST(Status, LeavesATraceOfItsOwnWhenAsked) {
-    const std::string ring = "/var/opt/Quorvin/tmp2/agets" + std::to_string(::getpid()) + "-" +
-                             std::to_string(::gettid()) + ".trc";
+    char ring[1025] = "";
+    MakeTraceFileName(ring, 0, "agets", 1);
     write_records("11000", 0);
     std::uint32_t status = 0;
     std::uint32_t err = 0;

@@ -186,6 +186,11 @@ WRAP(ssize_t, pread, (int fd, void* out, std::size_t size, off_t at), (fd, out, 
      fault::path_of(fd))
 WRAP(ssize_t, pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in, size, at),
      fault::path_of(fd))
+WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd))
+WRAP(int, fallocate64, (int fd, int mode, off64_t at, off64_t size), (fd, mode, at, size),
+     fault::path_of(fd))
+WRAP(ssize_t, pread64, (int fd, void* buffer, std::size_t size, off64_t at), (fd, buffer, size, at),
+     fault::path_of(fd))
 WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size), "")
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "")
