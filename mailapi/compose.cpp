@@ -28,7 +28,7 @@ std::int32_t append_attachments(SendJob& job) noexcept {
 }  // namespace
 
 std::int32_t open_composed(SendJob& job) noexcept {
-    if (!job.composed.name(job.args.work_dir, "EST")) {
+    if (!job.composed.name(job.args.work_dir, "EST", job.pid)) {
         detail_number(job.detail(), 0);
         return fail_at("EMAILAPI0086", MAIL_E_WORK_FILE);
     }

@@ -2,6 +2,8 @@
 // what it owns (files, buffers, the socket) ends with it.
 #pragma once
 
+#include <unistd.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -55,6 +57,7 @@ struct SendJob {
     bool unconverted = false;
 
     // The message on disk.
+    const pid_t pid = ::getpid();
     WorkFile body_file;
     WorkFile composed;
     std::array<char, 40> boundary{};

@@ -3,7 +3,6 @@
 #include "mailapi/work_file.hpp"
 
 #include <pthread.h>
-#include <unistd.h>
 
 #include "common/text.hpp"
 #include "file_util.h"
@@ -11,9 +10,9 @@
 
 namespace ovrmail::mailapi {
 
-bool WorkFile::name(const char* dir, const char* prefix) noexcept {
+bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
     log::TraceScope trace("MKTMP0000", "MKTMPFFFF");
-    const int length = common::format_into(path_, "%s/%s%d-%d", dir, prefix, ::getpid(),
+    const int length = common::format_into(path_, "%s/%s%d-%d", dir, prefix, pid,
                                            static_cast<int>(::pthread_self()));
     if (length < 0) {
         trace.fail("MKTMP0020", -1);

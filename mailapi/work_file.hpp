@@ -1,6 +1,8 @@
 // work_file.hpp - owner of one working file: its name, its descriptor, and the duty to delete it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstdint>
 
@@ -19,7 +21,7 @@ public:
 
     // Forms "<dir>/<prefix><pid>-<thread>" and deletes a file of that name left over from an
     // earlier run. False when the name is longer than 1,024 characters.
-    [[nodiscard]] bool name(const char* dir, const char* prefix) noexcept;
+    [[nodiscard]] bool name(const char* dir, const char* prefix, pid_t pid) noexcept;
     // Opens the named file, read and write. False with errno.
     [[nodiscard]] bool open() noexcept;
 

@@ -10,12 +10,13 @@
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "support/fault.hpp"
-#include "support/sample_mail.hpp"
+#include "support/roads.hpp"
 #include "support/support.hpp"
 
 namespace {
 
 using namespace ovrmail::mailapi;
+using support::Road;
 namespace fs = std::filesystem;
 
 // A job as it stands after the checks.
@@ -110,6 +111,17 @@ TEST_F(EucLocale, WithoutConverterTextGoesOutEmpty) {
     EXPECT_TRUE(text.job.unconverted);
 }
 
+TEST_F(EucLocale, FailedConversionIsReportedUnlessSomethingElseIs) {
+    const std::pair<Road, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
+                                                   {support::kHelo, MAIL_SENT_UNAUTHENTICATED},
+                                                   {support::kPrepared, MAIL_SENT}};
+    for (const auto& [road, wanted] : cases) {
+        support::Journey journey(road);
+        journey.mail.subject = "\xA4";
+        EXPECT_EQ(journey.run().result, wanted) << support::name_of(road);
+    }
+}
+
 TEST(BodyFile, HasNetworkLineEndsAndOneMore) {
     const std::pair<const char*, std::string> cases[] = {
         {nullptr, "\r\n"},
@@ -137,7 +149,7 @@ TEST(BodyFile, HasNetworkLineEndsAndOneMore) {
 
 TEST(BodyFile, LeftoverOfAnEarlierRunIsReplaced) {
     Prepared text("new");
-    ASSERT_TRUE(text.job.body_file.name(support::kWorkDir, "EMT"));
+    ASSERT_TRUE(text.job.body_file.name(support::kWorkDir, "EMT", ::getpid()));
     support::write_file(text.job.body_file.path(), "a longer text of an earlier run");
     ASSERT_EQ(prepare_text(text.job), 0);
     ASSERT_EQ(stage_body(text.job), 0);

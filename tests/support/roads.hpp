@@ -16,7 +16,7 @@ enum Road : unsigned {
     kPlain = 1,      // text and two attachments, one of them temporary
     kAuth = 2,       // the same, with SMTP AUTH
     kHelo = 4,       // the same, and a server that knows no EHLO
-    kPartial = 8,    // the same, in three pieces
+    kPartial = 8,    // the same, in four pieces
     kPop = 16,       // the same, POP before SMTP
     kPrepared = 32,  // a prepared content file and header file
 };

@@ -1,0 +1,233 @@
+// Whole sends: every byte on the wire, what the log and the trace keep, and what a call leaves.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <thread>
+
+#include "mail_log.h"
+#include "mailapi/result_map.hpp"
+#include "pop3.h"
+#include "smtp.h"
+#include "support/fault.hpp"
+#include "support/roads.hpp"
+
+namespace {
+
+using namespace support;
+
+// What differs from run to run is replaced: dates, message and partial identifiers, boundaries.
+std::string normal(std::string text) {
+    const std::pair<const char*, const char*> changes[] = {
+        {"Date: [A-Z][a-z]{2}, \\d\\d [A-Z][a-z]{2} \\d{4} [\\d:]{8} [+-]\\d{4}\r\n",
+         "Date: D\r\n"},
+        {"Message-Id: <\\d{14}\\.[0-9a-f]+@[^>]+>\r\n", "Message-Id: M\r\n"},
+        {"id=\"wexlb[0-9a-f]+[^\"]*@", "id=\"I@"},
+        {"-{15}OvWexl\\d{10}", "B"},
+    };
+    for (const auto& [from, to] : changes) text = std::regex_replace(text, std::regex(from), to);
+    return text;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string out;
+    for (const auto& line : lines) out += line;
+    return out;
+}
+
+const std::string kHead = "Date: D\r\nFrom: bob@example.test\r\nTo: ann@example.test\r\n";
+
+TEST(Send, PlainMailByteForByte) {
+    set_logs(20, 1);
+    Journey journey(kPlain);
+    journey.mail.to = "ann@example.test,amy@example.test";
+    journey.mail.subject = "a\r\nb";
+    journey.mail.body = "one\n.two\r\n";
+    journey.mail.recipient_count = 5;
+    write_file(static_cast<const char*>(journey.mail.attachments[0].value), std::string(52, 'k'));
+    fault::clear();
+    EXPECT_EQ(journey.run().result, MAIL_SENT);
+    EXPECT_STREQ(journey.mail.detail.data(), "");
+    std::string host(256, '\0');
+    ::gethostname(host.data(), host.size());
+    EXPECT_EQ(joined(journey.smtp.commands()),
+              "EHLO " + std::string(host.c_str()) +
+                  "\r\nMAIL FROM:<bob@example.test>\r\nRCPT TO:<ann@example.test>\r\n"
+                  "RCPT TO:<amy@example.test>\r\nDATA\r\nQUIT\r\n");
+    const std::string k52 = "a2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2tr";
+    std::string t100;
+    for (int i = 0; i < 17; ++i) t100 += "dHR0";
+    EXPECT_EQ(normal(journey.smtp.bodies()[0]),
+              "Date: D\r\nFrom: bob@example.test\r\nTo: ann@example.test,\r\n"
+              "    amy@example.test\r\nSubject: a  b\r\nMessage-Id: M\r\nMIME-Version: 1.0\r\n"
+              "Content-Type: multipart/mixed; boundary=\"B\"\r\n\r\n--B\r\n"
+              "Content-Type: text/plain; charset=\"us-ascii\"\r\n\r\none\r\n..two\r\n\r\n\r\n"
+              "\r\n--B\r\nContent-Type: application/octet-stream; name=\"kept.bin\"\r\n"
+              "Content-Transfer-Encoding: base64\r\n"
+              "Content-Disposition: attachment;\r\n\tfilename=\"kept.bin\"\r\n\r\n" +
+                  k52 + "\r\naw==\r\n" +
+                  "\r\n--B\r\nContent-Type: application/octet-stream; name=\"temporary.bin\"\r\n"
+                  "Content-Transfer-Encoding: base64\r\n"
+                  "Content-Disposition: attachment;\r\n\tfilename=\"temporary.bin\"\r\n\r\n" +
+                  t100 + "\r\n" + t100.substr(0, 64) + "dA==\r\n--B--\r\n");
+    EXPECT_EQ(log_lines().front(), "-: a  b");
+}
+
+TEST(Send, OptionsFileChoosesTheDisposition) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"1", "Content-Disposition: \"kept.bin\"\r\n"},
+        {"2", "Content-Disposition: attachment;\r\n\tfilename=\"kept.bin\"\r\n"},
+    };
+    for (const auto& [value, wanted] : cases) {
+        write_file("/etc/opt/Quorvin/rmmail.ini",
+                   "[RMMAIL]\nCONTENT_DISPOSITION=" + std::string(value) + "\n");
+        Journey journey(kPlain);
+        EXPECT_EQ(journey.run().result, MAIL_SENT);
+        EXPECT_NE(journey.smtp.received().find(wanted), std::string::npos) << value;
+    }
+    std::remove("/etc/opt/Quorvin/rmmail.ini");
+}
+
+TEST(Send, PiecesAreMailsOfTheirOwnAndMakeUpTheMessage) {
+    Journey journey(kPartial);
+    EXPECT_EQ(journey.run().result, MAIL_SENT);
+    std::string dialogue;
+    for (const auto& line : journey.smtp.commands()) dialogue += line.substr(0, 4) + " ";
+    EXPECT_EQ(dialogue,
+              "EHLO MAIL RCPT DATA RSET MAIL RCPT DATA RSET MAIL RCPT DATA RSET "
+              "MAIL RCPT DATA RSET QUIT ");
+    std::string whole;
+    const auto& bodies = journey.smtp.bodies();
+    for (std::size_t i = 0; i < bodies.size(); ++i) {
+        const std::string number = std::to_string(i + 1);
+        const std::string total = std::to_string(bodies.size());
+        const std::string head = kHead + "Subject: Hello [" + number + "/" + total +
+                                 "]\r\nMessage-Id: M\r\nMIME-Version: 1.0\r\n"
+                                 "Content-Type: message/partial; number=" +
+                                 number + "; total=" + total + ";\r\n\tid=\"I@bob.example.test\"" +
+                                 "\r\n\r\n";
+        const std::string body = normal(bodies[i]);
+        ASSERT_EQ(body.substr(0, head.size()), head);
+        whole += body.substr(head.size());
+    }
+    Journey plain(kPlain);
+    EXPECT_EQ(plain.run().result, MAIL_SENT);
+    EXPECT_EQ(kHead + whole, normal(plain.smtp.bodies()[0]));
+}
+
+TEST(Send, MailThatFitsInOnePieceIsSentWhole) {
+    Journey journey(kPartial);
+    journey.mail.attachments.erase(journey.mail.attachments.begin());
+    EXPECT_EQ(journey.run().result, MAIL_SENT);
+    EXPECT_EQ(normal(journey.smtp.bodies()[0]).substr(0, kHead.size()), kHead);
+    EXPECT_EQ(journey.smtp.received().find("message/partial"), std::string::npos);
+}
+
+TEST(Send, StatusCountsForTheFirstPieceOnly) {
+    Script script{{"", "220 hi\r\n"},     {"EHLO", "502 no\r\n"}, {"HELO", "250 hi\r\n"},
+                  {"MAIL", "250 ok\r\n"}, {"RCPT", "250 ok\r\n"}, {"DATA", "354 go\r\n"},
+                  {kBody, "250 ok\r\n"},  {"RSET", "250 ok\r\n"}, {"MAIL", "550 second\r\n"}};
+    ScriptedServer server(script);
+    Journey journey(kPartial);
+    journey.mail.use_auth();
+    journey.mail.split.ulPort = server.port();
+    EXPECT_EQ(journey.run().result, MAIL_E_REJECTED);
+    EXPECT_STREQ(journey.mail.detail.data(), "550 second\r\n");
+    Journey all(kPartial, {{"EHLO", "502 no\r\n"}});
+    all.mail.use_auth();
+    EXPECT_EQ(all.run().result, MAIL_SENT);  // Kept: not MAIL_SENT_UNAUTHENTICATED
+}
+
+TEST(Send, PreparedMessageIsSentAsStored) {
+    Journey with_header(kPrepared);
+    EXPECT_EQ(with_header.run().result, MAIL_SENT);
+    EXPECT_EQ(with_header.smtp.bodies()[0], "Subject: made elsewhere\r\n\r\ncontent\r\n");
+
+    Journey generated(kPrepared, {{"EHLO", "502 no\r\n"}});
+    generated.mail.use_auth();
+    generated.mail.attachments.pop_back();
+    write_file(static_cast<const char*>(generated.mail.attachments[0].value), ".dot\r\n\nend");
+    EXPECT_EQ(generated.run().result, MAIL_SENT_UNAUTHENTICATED);
+    EXPECT_EQ(normal(generated.smtp.bodies()[0]),
+              kHead + "Subject: Hello\r\nMessage-Id: M\r\n.dot\r\r\n\r\nend\r\n");
+}
+
+TEST(Send, PopComesFirstAndTheSecretStaysOut) {
+    set_logs(20, 2);
+    for (const auto& [given, used] :
+         {std::pair<int, unsigned>{30, 60}, {60, 60}, {4000, 60}, {3600, 3600}}) {
+        Journey journey(kPop);
+        journey.mail.pop.lWaitMs = 2500;
+        journey.mail.pop.usTimeOut = static_cast<std::uint16_t>(given);
+        fault::clear();
+        EXPECT_EQ(journey.run().result, MAIL_SENT);
+        EXPECT_EQ(fault::slept_ms(), 2500);
+        EXPECT_EQ(g_ulPopTimeOut, used) << given;
+        EXPECT_EQ(joined(journey.pop.commands()), "USER user\r\nPASS secret\r\nSTAT\r\nQUIT\r\n");
+    }
+    std::string kept = read_file(log_path());
+    for (const auto& name : files_in(kTraceDir)) kept += read_file(kTraceDir + ("/" + name));
+    EXPECT_NE(kept.find("S: ******"), std::string::npos);
+    EXPECT_NE(kept.find("BEFORE0000"), std::string::npos);
+    EXPECT_EQ(kept.find("secret"), std::string::npos);
+}
+
+TEST(Send, TraceFramesTheCallAndNamesTheFailure) {
+    set_logs(20, 1);
+    for (const auto& name : files_in(kTraceDir)) std::remove((kTraceDir + ("/" + name)).c_str());
+    Journey journey(kPlain, {{"MAIL", "550 no\r\n"}});
+    EXPECT_EQ(journey.run().result, MAIL_E_REJECTED);
+    ASSERT_EQ(files_in(kTraceDir).size(), 1U);
+    const std::string ring = read_file(kTraceDir + ("/" + files_in(kTraceDir)[0]));
+    std::size_t at = 0;
+    for (const char* point : {"SNDEMAIL0000", "EMAILAPI0000", "READRMMAIL0000", "GETLANG0000",
+                              "MEMDATA0000", "MKTMP0000", "GETSIZE0000", "EMAILAPI0130",
+                              "ENDPROC0000", "ENDPROCFFFF", "EMAILAPI00FF", "ACERTFFFF"}) {
+        at = ring.find(point, at);
+        EXPECT_NE(at, std::string::npos) << point;
+    }
+    EXPECT_EQ(ring.find("EMAILAPIFFFF"), std::string::npos);
+    EXPECT_EQ(g_trace, nullptr);
+    EXPECT_EQ(g_pLogHandle, nullptr);
+}
+
+TEST(Send, SecondCallIsTurnedAwayWhileOneRuns) {
+    ScriptedServer slow(friendly(), {.any_order = true, .reply_delay_ms = 50});
+    SampleMail first;
+    first.split.ulPort = slow.port();
+    std::int32_t result = MAIL_E_INTERNAL;
+    std::thread sender([&] { result = first.send(); });
+    while (files_in(kWorkDir).empty()) std::this_thread::yield();
+    const auto traces = files_in(kTraceDir);
+    SampleMail second;
+    EXPECT_EQ(second.send(), MAIL_E_BUSY);
+    EXPECT_STREQ(second.detail.data(), "untouched");
+    sender.join();
+    EXPECT_EQ(result, MAIL_SENT);
+    EXPECT_EQ(files_in(kTraceDir), traces);
+    EXPECT_NE(SampleMail().send(), MAIL_E_BUSY);
+}
+
+TEST(Send, NullOptionsMeanTheDefaults) {
+    const MailEntry to{MAIL_KIND_RECIPIENT, 0, "a@b"};
+    const MailEntry body{MAIL_KIND_BODY, 0, nullptr};
+    std::array<char, 256> detail{};
+    const fault::Watch watch;
+    EXPECT_EQ(OvRm_SendEMail(&to, 1, &body, 1, "a@b", "", "a.invalid", 0, nullptr, nullptr, nullptr,
+                             detail.data()),
+              MAIL_E_CONNECT);
+    const MailTimeout& set = g_stMailTimeout;
+    const std::uint32_t seconds[] = {set.ulConnectTimeOut,  set.ulMailFromTimeOut,
+                                     set.ulRcptToTimeOut,   set.ulDataTimeOut,
+                                     set.ulSendDataTimeOut, set.ulEndDataTimeOut};
+    const std::uint32_t wanted[] = {300, 300, 300, 120, 180, 600};
+    EXPECT_TRUE(std::ranges::equal(seconds, wanted));
+}
+
+TEST(Send, UnknownCodeIsAnInternalFailure) {
+    for (const std::int32_t code : {-34, -30, -28, -20, -12, -10, -7}) {
+        EXPECT_EQ(ovrmail::mailapi::map_result(code), MAIL_E_INTERNAL) << code;
+    }
+}
+
+}  // namespace
