@@ -110,7 +110,7 @@ class Receiver:
         self._server.daemon_threads = True
         self._server.owner = self
         self.port = self._server.server_address[1]
-        threading.Thread(target=self._server.serve_forever, daemon=True).start()
+        threading.Thread(target=self._server.serve_forever, args=(0.02,), daemon=True).start()
         return self
 
     def __exit__(self, *_):
