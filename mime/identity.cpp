@@ -1,8 +1,8 @@
 // identity.cpp - SMTP_makeDate, SMTP_makeBoundary, SMTP_MakeMsgId, SMTP_makeid: date and names of
 // a message (RFC 822 sections 4.6.1 and 5, RFC 2046 sections 5.1.1 and 5.2.2).
 //
-// Called by the header of every mail and piece. Owns the host name of the Message-Id, which is
-// found once and then kept for the life of the process.
+// Called by the header of every mail and piece. Owns the host name of the Message-Id and the
+// host's id, which are found once and then kept for the life of the process.
 #include "mime/identity.hpp"
 
 #include <sys/time.h>
@@ -35,6 +35,8 @@ constexpr std::size_t kResolverLine = 1024;
 constexpr std::string_view kSpace = " \t\n\v\f\r";
 
 std::array<char, kHostSize> g_host_name{};
+unsigned g_host_id = 0;
+bool g_host_id_known = false;
 
 struct CloseFile {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -66,7 +68,12 @@ void append_domain(std::span<char> name) noexcept {
     }
 }
 
-unsigned host_id() noexcept { return static_cast<unsigned>(::gethostid()); }
+// Asked once: most hosts have no stored id, and the answer then costs a look-up of the host's name.
+unsigned host_id() noexcept {
+    if (!g_host_id_known) g_host_id = static_cast<unsigned>(::gethostid());
+    g_host_id_known = true;
+    return g_host_id;
+}
 
 struct Instant {
     unsigned seconds;
