@@ -73,9 +73,9 @@ ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
     return taken;
 }
 
-ssize_t send_some(int fd, std::span<const char> bytes) noexcept {
-    return without_waiting(
-        [&] { return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+ssize_t send_some(int fd, std::span<const char> bytes, Follow follow) noexcept {
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (follow == Follow::kMore ? MSG_MORE : 0);
+    return without_waiting([&] { return ::send(fd, bytes.data(), bytes.size(), flags); });
 }
 
 }  // namespace ovrmail::common

@@ -32,7 +32,10 @@ ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
 // Whether line[0, filled) is complete.
 bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noexcept;
 
+// Whether more bytes follow at once: the kernel then keeps a started segment for them.
+enum class Follow { kNothing, kMore };
+
 // send() that returns at once (kNotNow: no room) and reports a lost peer as EPIPE only.
-ssize_t send_some(int fd, std::span<const char> bytes) noexcept;
+ssize_t send_some(int fd, std::span<const char> bytes, Follow follow = Follow::kNothing) noexcept;
 
 }  // namespace ovrmail::common

@@ -57,15 +57,16 @@ Result refuse_arguments(const char* call, std::uint32_t* err, Result result) noe
 // One buffer on its way out.
 class Outgoing {
 public:
-    Outgoing(int sock, std::span<const char> bytes, std::uint32_t* err) noexcept
-        : sock_(sock), rest_(bytes), err_(err) {}
+    Outgoing(int sock, std::span<const char> bytes, std::uint32_t* err,
+             common::Follow follow = common::Follow::kNothing) noexcept
+        : sock_(sock), rest_(bytes), err_(err), follow_(follow) {}
 
     // Sends everything. `begins_unit(left)` is asked after each progress whether, with so many
     // bytes left, a new unit has begun; a unit has its own counts.
     template <class BeginsUnit>
     Result run(BeginsUnit begins_unit) noexcept {
         for (;;) {
-            const ssize_t sent = common::send_some(sock_, rest_);
+            const ssize_t sent = common::send_some(sock_, rest_, follow_);
             if (sent > 0) {
                 rest_ = rest_.subspan(static_cast<std::size_t>(sent));
                 if (rest_.empty()) return set_error(err_, 0), kOk;
@@ -103,6 +104,7 @@ private:
     int sock_;
     std::span<const char> rest_;
     std::uint32_t* err_;
+    common::Follow follow_;
     int empty_ = 0;
     int interrupted_ = 0;
 };
@@ -214,7 +216,7 @@ std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t bloc
         return begun;
     };
     begin_block(bytes.size());
-    const Result result = Outgoing(sock, bytes, err).run(begin_block);
+    const Result result = Outgoing(sock, bytes, err, common::Follow::kMore).run(begin_block);
     if (result != kOk) return trace.fail("smtp0eB1", result);
     units.reach(bytes.size());
     return trace.leave(kOk);

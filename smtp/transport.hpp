@@ -12,6 +12,7 @@ namespace ovrmail::smtp {
 // records as one SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. When
 // the server takes only part, the clock restarts as the blocks go out, so each block has the whole
 // budget. Nothing to send is success. Results and error word as SMTP_send.
+// More is to follow at once, another run or the end mark: the last segment may wait for it.
 std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
                          std::uint32_t* err) noexcept;
 
