@@ -51,6 +51,7 @@ void Auth_HmacMd5(std::span<const char> text, std::span<const char> key, Digest&
     keyed_digest(block, kInnerPad, as_bytes(text), inner);
     keyed_digest(block, kOuterPad, inner, digest);
     ::explicit_bzero(block.data(), block.size());
+    ::explicit_bzero(inner.data(), inner.size());
 }
 
 }  // namespace ovrmail::smtp

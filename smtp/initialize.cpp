@@ -54,7 +54,6 @@ Command greet_with(const char* verb, const HostName& host) noexcept {
 
 std::int32_t say_ehlo(int sock, const HostName& host, std::span<char, kReplySize> capability,
                       std::uint32_t* err) noexcept {
-    SMTP_SetStartTime();
     const std::int32_t rc = send_command(sock, greet_with("EHLO", host), err);
     return rc == kOk ? SMTP_readEhloReply(sock, capability, err) : rc;
 }
@@ -106,6 +105,7 @@ std::int32_t SMTP_initialize(std::int32_t sock, const MailEntry* auth,
 
     std::int32_t rc = smtp::read_greeting(sock, err);
     if (rc != smtp::kOk) return trace.fail("smtp0105", rc);
+    SMTP_SetStartTime();
     rc = smtp::local_host_name(host, err);
     if (rc != smtp::kOk) return trace.fail("smtp0110", rc);
 

@@ -1,7 +1,5 @@
 // POP before SMTP against a scripted server.
 #include <gtest/gtest.h>
-#include <netdb.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -88,85 +86,6 @@ TEST(Pop3, Sessions) {
         EXPECT_EQ(trace.count("secret"), 0);
         EXPECT_GT(trace.count("Pop3_0400"), 0);
         EXPECT_EQ(server.problem(), "");
-    }
-}
-
-// Two bytes that take 20 seconds each: the time-out bounds the line, not each of its bytes.
-TEST(Pop3, TimeOutBoundsTheLine) {
-    Faults faults;
-    std::array<int, 2> ends{};
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    ASSERT_EQ(::write(ends[1], "+O", 2), 2);
-    Pop3_SetTimeOut(60, nullptr);
-    faults.plan("recv", 4, {1});
-    faults.plan("poll", 2, {1, 0, 20});
-    const std::time_t begun = faults.now;
-    EXPECT_EQ(Pop3_STAT(ends[0], nullptr, nullptr, nullptr), -17);
-    EXPECT_EQ(faults.now - begun, 60);
-    for (const int fd : ends) ::close(fd);
-}
-
-TEST(Pop3, CallsThatFail) {
-    const struct {
-        const char* name;
-        const char* call;
-        std::size_t times;
-        Outcome outcome;
-        std::int32_t result;
-        const char* log;
-    } cases[] = {
-        {"interrupted", "send", 50, {-1, EINTR}, 0, ""},
-        {"part by part", "send", 6, {1}, 0, ""},
-        {"empty send", "send", 1, {0}, -1, "func=send code=0 detail=0"},
-        {"failing send", "send", 1, {-1, EPIPE}, -1, "func=send code=-1 detail=32"},
-        {"interrupted wait", "poll", 50, {-1, EINTR}, 0, ""},
-        {"failing wait", "poll", 1, {-1, ENOMEM}, -1, "func=select code=-1 detail=12"},
-        {"interrupted read", "recv", 50, {-1, EINTR}, 0, ""},
-        {"five empty reads", "recv", 5, {0}, 0, ""},
-        {"six empty reads", "recv", 6, {0}, -1, "func=recv code=0 detail=0"},
-        {"failing read", "recv", 1, {-1, EIO}, -1, "func=recv code=-1 detail=5"},
-    };
-    for (const auto& [name, call, times, outcome, result, log] : cases) {
-        SCOPED_TRACE(name);
-        Faults faults;
-        LogCapture capture;
-        std::array<int, 2> ends{};
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-        ASSERT_EQ(::write(ends[1], "+OK\r\n+OK\r\n", 10), 10);
-        faults.plan(call, times, outcome);
-        errno = 7;
-        EXPECT_EQ(Pop3_STAT(ends[0], nullptr, nullptr, nullptr), result);
-        EXPECT_NE(capture.text().find(log), std::string::npos) << capture.text();
-        for (const int fd : ends) ::close(fd);
-    }
-}
-
-TEST(Pop3, Connect) {
-    const struct {
-        const char* name;
-        const char* call;
-        std::size_t times;
-        Outcome outcome;
-        std::int32_t result;
-        int calls, pauses;
-    } cases[] = {
-        {"always refused", "connect", 9, {-1, ECONNREFUSED}, -2, 7, 6},
-        {"no route", "connect", 1, {-1, ENETUNREACH}, -2, 1, 0},
-        {"no socket", "socket", 1, {-1, EMFILE}, -1, 1, 0},
-        {"resolver always busy", "gethostbyname_r", 5, {0, TRY_AGAIN}, -11, 5, 4},
-        {"unknown host", "gethostbyname_r", 1, {0, HOST_NOT_FOUND}, -11, 1, 0},
-    };
-    for (const auto& [name, call, times, outcome, result, calls, pauses] : cases) {
-        SCOPED_TRACE(name);
-        Faults faults;
-        faults.plan(call, times, outcome);
-        faults.plan("getservbyname_r", 1, {ENOENT});
-        std::uint32_t err = 99;
-        EXPECT_EQ(Pop3_Connect("localhost", 0, &err, nullptr), result);
-        EXPECT_EQ(err, static_cast<std::uint32_t>(outcome.error));
-        EXPECT_EQ(faults.calls[call], calls);
-        EXPECT_EQ(faults.calls["sleep"], pauses);
-        EXPECT_EQ(ntohs(faults.peer.sin_port), result == -2 ? 110 : 0);
     }
 }
 

@@ -85,7 +85,7 @@ TEST(Auth, Dialogues) {
         {"challenge too long",
          "250-AUTH CRAM-MD5\r\n",
          kAll,
-         {{"AUTH CRAM-MD5", "334 " + std::string(684, 'A') + "\r\n"}},
+         {{"AUTH CRAM-MD5", "334 " + std::string(683, 'A') + "=\r\n"}},
          3},
         {"lost in between",
          "250-AUTH LOGIN CRAM-MD5\r\n",
@@ -150,9 +150,9 @@ TEST(Credentials, Texts) {
     EXPECT_STREQ(out, "");
     EXPECT_EQ(Auth_GetCertLoginString("u", much.c_str(), out, other), -1);
     EXPECT_EQ(Auth_GetCertCramString(much.c_str(), "p", "", out), -1);
-    EXPECT_EQ(Auth_GetCertCramString("u", "p", std::string(684, 'A').c_str(), out), -1);
+    EXPECT_EQ(Auth_GetCertCramString("u", "p", (std::string(683, 'A') + "=").c_str(), out), -1);
     EXPECT_STREQ(out, "");
-    EXPECT_EQ(Auth_GetCertCramString("u", "p", std::string(680, 'A').c_str(), out), 0);
+    EXPECT_EQ(Auth_GetCertCramString("u", "p", (std::string(682, 'A') + "==").c_str(), out), 0);
     EXPECT_EQ(Auth_GetCertPlainString("u", "p", nullptr), -1);
 }
 

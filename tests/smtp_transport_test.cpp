@@ -1,6 +1,8 @@
 // Lines, sends, budgets and connections, with the system calls under them failing on request.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,7 +10,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <tuple>
 
+#include "pop3.h"
 #include "smtp.h"
 #include "smtp/transport.hpp"
 #include "support/net_faults.hpp"
@@ -66,79 +70,97 @@ TEST(Receive, FullBufferEndsAnUnterminatedLine) {
     }
 }
 
-TEST(Receive, CallsThatFail) {
+std::int32_t receive_line(Pair& pair) {
+    std::array<char, 1028> line;
+    const std::int32_t rc = SMTP_recv(pair.ends[0], line.data(), line.size(), &pair.err);
+    EXPECT_EQ(std::string(line.data()) == "+OK 2\r\n", rc == 0);
+    return rc;
+}
+std::int32_t send_line(Pair& pair) {
+    const std::int32_t rc = SMTP_send(pair.ends[0], "DATA\r\n", 6, &pair.err);
+    EXPECT_EQ(pair.heard(), rc == 0 ? "DATA\r\n" : "");
+    return rc;
+}
+std::int32_t pop_command(Pair& pair) {
+    return Pop3_STAT(pair.ends[0], nullptr, &pair.err, nullptr);
+}
+
+TEST(Calls, Fail) {
     const struct {
-        const char* name;
+        std::int32_t (*act)(Pair&);
         const char* call;
         std::size_t times;
         Outcome outcome;
         std::int32_t result;
-        std::uint32_t err;
         const char* log;
     } cases[] = {
-        {"interrupted wait", "poll", 50, {-1, EINTR}, 0, 0, ""},
-        {"interrupted read", "recv", 50, {-1, EINTR}, 0, 0, ""},
-        {"read that finds nothing", "recv", 3, {-1, EAGAIN}, 0, 0, ""},
-        {"short reads", "recv", 9, {1}, 0, 0, ""},
-        {"five empty reads", "recv", 5, {0}, 0, 0, ""},
-        {"six empty reads", "recv", 6, {0}, -4, 0, "func=recv code=0 detail=0"},
-        {"failing wait", "poll", 1, {-1, ENOMEM}, -4, ENOMEM, "func=select code=-1 detail=12"},
-        {"failing read", "recv", 1, {-1, EIO}, -4, EIO, "func=recv code=-1 detail=5"},
+        {receive_line, "poll", 50, {-1, EINTR}, 0, ""},
+        {receive_line, "recv", 50, {-1, EINTR}, 0, ""},
+        {receive_line, "recv", 3, {-1, EAGAIN}, 0, ""},
+        {receive_line, "recv", 9, {1}, 0, ""},
+        {receive_line, "recv", 5, {0}, 0, ""},
+        {receive_line, "recv", 6, {0}, -4, "func=recv code=0 detail=0"},
+        {receive_line, "poll", 1, {-1, ENOMEM}, -4, "func=select code=-1 detail=12"},
+        {receive_line, "recv", 1, {-1, EIO}, -4, "func=recv code=-1 detail=5"},
+        {send_line, "send", 6, {1}, 0, ""},
+        {send_line, "send", 5, {-1, EINTR}, 0, ""},
+        {send_line, "send", 6, {-1, EINTR}, -3, "func=send code=-1 detail=4"},
+        {send_line, "send", 5, {0}, 0, ""},
+        {send_line, "send", 6, {0}, -3, "func=send code=0 detail=0"},
+        {send_line, "send", 1, {-1, EIO}, -3, "func=send code=-1 detail=5"},
+        {pop_command, "poll", 50, {-1, EINTR}, 0, ""},
+        {pop_command, "recv", 50, {-1, EINTR}, 0, ""},
+        {pop_command, "recv", 5, {0}, 0, ""},
+        {pop_command, "recv", 6, {0}, -1, "func=recv code=0 detail=0"},
+        {pop_command, "poll", 1, {-1, ENOMEM}, -1, "func=select code=-1 detail=12"},
+        {pop_command, "recv", 1, {-1, EIO}, -1, "func=recv code=-1 detail=5"},
+        {pop_command, "send", 50, {-1, EINTR}, 0, ""},
+        {pop_command, "send", 6, {1}, 0, ""},
+        {pop_command, "send", 1, {0}, -1, "func=send code=0 detail=0"},
+        {pop_command, "send", 1, {-1, EPIPE}, -1, "func=send code=-1 detail=32"},
     };
-    for (const auto& [name, call, times, outcome, result, err, log] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.call + std::string(" ") + std::to_string(row.times) + row.log);
         Pair pair;
-        LogCapture capture;
-        pair.say("250 ok\r\n");
-        pair.plan(call, times, outcome);
-        std::array<char, 1028> line;
+        LogCapture log;
+        pair.say("+OK 2\r\n");
+        pair.plan(row.call, row.times, row.outcome);
         errno = 7;
-        EXPECT_EQ(SMTP_recv(pair.ends[0], line.data(), line.size(), &pair.err), result);
-        EXPECT_EQ(pair.err, err);
-        EXPECT_EQ(std::string(line.data()) == "250 ok\r\n", result == 0);
-        EXPECT_NE(capture.text().find(log), std::string::npos) << capture.text();
+        EXPECT_EQ(row.act(pair), row.result);
+        const auto error = static_cast<std::uint32_t>(row.outcome.error);
+        EXPECT_TRUE(row.result == 0 || pair.err == error) << pair.err;
+        EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
+        EXPECT_EQ(log.text().find("ERROR") == std::string::npos, row.result == 0);
     }
 }
 
-// Two bytes that take 4 of 10 seconds each: the next wait is 10 seconds again.
-TEST(Receive, EveryByteHasTheWaitOfTheLinesBeginning) {
-    Pair pair;
-    pair.say("25");
-    pair.plan("recv", 4, {1});
-    pair.plan("poll", 2, {1, 0, 4});
-    const std::time_t begun = pair.now;
-    std::array<char, 1028> line;
-    EXPECT_EQ(SMTP_recv(pair.ends[0], line.data(), line.size(), &pair.err), -6);
-    EXPECT_EQ(pair.now - begun, 4 + 4 + 10);
+TEST(Calls, EmptyReadsCountInARow) {
+    for (auto* const act : {receive_line, pop_command}) {
+        Pair pair;
+        pair.say("+OK 2\r\n");
+        for (int times = 0; times < 3; ++times) {
+            pair.plan("recv", 5, {0});
+            pair.plan("recv", 2, {1});
+        }
+        EXPECT_EQ(act(pair), 0);
+    }
 }
 
-TEST(Send, CallsThatFail) {
-    const struct {
-        const char* name;
-        std::size_t times;
-        Outcome outcome;
-        std::int32_t result;
-        std::uint32_t err;
-        const char* log;
-    } cases[] = {
-        {"part by part", 6, {1}, 0, 0, ""},
-        {"five interruptions", 5, {-1, EINTR}, 0, 0, ""},
-        {"six interruptions", 6, {-1, EINTR}, -3, EINTR, "func=send code=-1 detail=4"},
-        {"five empty sends", 5, {0}, 0, 0, ""},
-        {"six empty sends", 6, {0}, -3, 0, "func=send code=0 detail=0"},
-        {"failure", 1, {-1, EIO}, -3, EIO, "func=send code=-1 detail=5"},
-    };
-    for (const auto& [name, times, outcome, result, err, log] : cases) {
-        SCOPED_TRACE(name);
+// Two bytes that take 4 seconds each, and then silence. SMTP: the next wait is what was left when
+// the line began. POP3: the time-out bounds the line.
+TEST(Calls, WaitsWithinALine) {
+    for (const auto& [act, result, seconds] :
+         {std::make_tuple(receive_line, -6, 4 + 4 + 10), std::make_tuple(pop_command, -17, 10)}) {
         Pair pair;
-        LogCapture capture;
-        pair.plan("send", times, outcome);
-        errno = 7;
-        EXPECT_EQ(SMTP_send(pair.ends[0], "DATA\r\n", 6, &pair.err), result);
-        EXPECT_EQ(pair.err, err);
-        EXPECT_EQ(pair.heard(), result == 0 ? "DATA\r\n" : "");
-        EXPECT_NE(capture.text().find(log), std::string::npos) << capture.text();
+        Pop3_SetTimeOut(10, nullptr);
+        pair.say("+O");
+        pair.plan("recv", 4, {1});
+        pair.plan("poll", 2, {1, 0, 4});
+        const std::time_t begun = pair.now;
+        EXPECT_EQ(act(pair), result);
+        EXPECT_EQ(pair.now - begun, seconds);
     }
+    Pop3_SetTimeOut(60, nullptr);
 }
 
 TEST(Send, BudgetIsCheckedAfterAPartOnly) {
@@ -230,6 +252,41 @@ TEST(Budget, Arithmetic) {
     }
 }
 
+// Replies lie ready, but every read takes 5 seconds, and a line takes two: at the end the clock has
+// run for the last line alone, on the budget of the step.
+TEST(Budget, OfEveryStep) {
+    static const MailAuthAccount kAccount{MAIL_MECH_LOGIN, "tim", "secret"};
+    static const MailEntry kAuth{MAIL_AUTH_SMTP, 0, &kAccount};
+    const struct {
+        const char* replies;
+        std::int32_t (*act)(int sock);
+        std::uint32_t budget;
+    } cases[] = {
+        {"220 a\r\n250-b\r\n250-c\r\n250 d\r\n",
+         [](int sock) { return SMTP_initialize(sock, nullptr, nullptr); }, 10},
+        {"220 a\r\n502 b\r\n250 c\r\n",
+         [](int sock) { return SMTP_initialize(sock, nullptr, nullptr); }, 10},
+        {"220 a\r\n250 AUTH LOGIN\r\n334 b\r\n334 c\r\n235 d\r\n",
+         [](int sock) { return SMTP_initialize(sock, &kAuth, nullptr); }, 10},
+        {"250 a\r\n250 b\r\n250 c\r\n",
+         [](int sock) { return SMTP_MAIL(sock, "a", "b,c", nullptr); }, 302},
+        {"354 a\r\n", [](int sock) { return SMTP_startData(sock, nullptr); }, 121},
+        {"250 a\r\n", [](int sock) { return SMTP_endData(sock, nullptr); }, 601},
+        {"250 a\r\n", [](int sock) { return SMTP_RSET(sock, nullptr); }, 10},
+        {"221 a\r\n", [](int sock) { return SMTP_QUIT(sock, nullptr); }, 300},
+    };
+    const MailTimeout budgets{300, 301, 302, 121, 181, 601};
+    SMTP_SetTimeOutInfo(&budgets);
+    for (const auto& row : cases) {
+        Pair pair;
+        pair.say(row.replies);
+        pair.plan("recv", 20, {2000, 0, 5});
+        EXPECT_EQ(row.act(pair.ends[0]), 0) << row.replies;
+        EXPECT_EQ(g_ulTimeOut, row.budget) << row.replies;
+        EXPECT_EQ(pair.now - g_tStartTime, 10) << row.replies;
+    }
+}
+
 TEST(Budget, ZoneInWholeHours) {
     const std::pair<const char*, int> zones[] = {
         {"UTC0", 0},     {"JST-9", 9},       {"EST5", -5},
@@ -244,99 +301,98 @@ TEST(Budget, ZoneInWholeHours) {
     ::unsetenv("TZ");
 }
 
+struct Client {
+    const char* name;
+    int (*connect)(const char* host, std::uint32_t port, std::uint32_t* err);
+    int attempts, unknown_host, default_port;
+    std::vector<std::string> services;
+};
+const Client kClients[] = {
+    {"SMTP", SMTP_connect, 6, -5, 25, {"SMTP", "smtp"}},
+    {"POP3",
+     [](auto host, auto port, auto err) { return Pop3_Connect(host, port, err, nullptr); },
+     7,
+     -11,
+     110,
+     {"pop3"}},
+};
+
 TEST(Connect, Attempts) {
+    constexpr int kAll = 99;  // attempts
     const struct {
-        const char* name;
         const char* call;
         std::size_t times;
         Outcome outcome;
-        std::int32_t result;  // 1: connected
-        int calls, pauses;
+        std::int32_t result;  // 1: connected, kAll: the client's code for an unknown host
+        int calls;
         const char* log;
     } cases[] = {
-        {"refused three times", "connect", 3, {-1, ECONNREFUSED}, 1, 4, 3, ""},
-        {"refused five times", "connect", 5, {-1, ECONNREFUSED}, 1, 6, 5, ""},
-        {"always refused",
-         "connect",
-         9,
-         {-1, ECONNREFUSED},
-         -2,
-         6,
-         5,
-         "func=connect code=-1 detail=111"},
-        {"no route", "connect", 1, {-1, ENETUNREACH}, -2, 1, 0, "func=connect code=-1 detail=101"},
-        {"no socket", "socket", 1, {-1, EMFILE}, -1, 1, 0, "func=socket code=-1 detail=24"},
-        {"resolver busy", "gethostbyname_r", 4, {0, TRY_AGAIN}, 1, 5, 4, ""},
-        {"resolver always busy",
-         "gethostbyname_r",
-         5,
-         {0, TRY_AGAIN},
-         -5,
-         5,
-         4,
-         "func=gethostbyname_r code=0 detail=2"},
-        {"unknown host",
-         "gethostbyname_r",
-         1,
-         {0, HOST_NOT_FOUND},
-         -5,
-         1,
-         0,
-         "func=gethostbyname_r code=0 detail=1"},
-        {"entry too large",
-         "gethostbyname_r",
-         1,
-         {ERANGE, NETDB_INTERNAL},
-         -5,
-         1,
-         0,
-         "func=gethostbyname_r code=0 detail=-1"},
+        {"connect", 3, {-1, ECONNREFUSED}, 1, 4, ""},
+        {"connect", 5, {-1, ECONNREFUSED}, 1, 6, ""},
+        {"connect", 9, {-1, ECONNREFUSED}, -2, kAll, "func=connect code=-1 detail=111"},
+        {"connect", 1, {-1, ENETUNREACH}, -2, 1, "func=connect code=-1 detail=101"},
+        {"socket", 1, {-1, EMFILE}, -1, 1, "func=socket code=-1 detail=24"},
+        {"gethostbyname_r", 4, {0, TRY_AGAIN}, 1, 5, ""},
+        {"gethostbyname_r", 9, {0, TRY_AGAIN}, kAll, 5, "func=gethostbyname_r code=0 detail=2"},
+        {"gethostbyname_r", 1, {0, HOST_NOT_FOUND}, kAll, 1, "hostbyname_r code=0 detail=1"},
+        {"gethostbyname_r", 1, {ERANGE, NETDB_INTERNAL}, kAll, 1, "code=0 detail=-1"},
     };
     ScriptedServer server(friendly(), {.any_order = true});
-    for (const auto& [name, call, times, outcome, result, calls, pauses, log] : cases) {
-        SCOPED_TRACE(name);
-        Faults faults;
-        LogCapture capture;
-        faults.plan(call, times, outcome);
-        std::uint32_t err = 99;
-        const int fd = SMTP_connect("localhost", server.port(), &err);
-        EXPECT_EQ(fd >= 0 ? 1 : fd, result);
-        EXPECT_EQ(err, fd >= 0 ? 99U : static_cast<std::uint32_t>(outcome.error));
-        EXPECT_EQ(faults.calls[call], calls);
-        EXPECT_EQ(faults.calls["sleep"], pauses);
-        EXPECT_NE(capture.text().find(log), std::string::npos) << capture.text();
-        if (fd >= 0) ::close(fd);
-    }
+    for (const Client& client : kClients)
+        for (const auto& row : cases) {
+            SCOPED_TRACE(std::string(client.name) + row.call + row.log);
+            Faults faults;
+            LogCapture log;
+            faults.plan(row.call, row.times, row.outcome);
+            std::uint32_t err = 99;
+            const int fd = client.connect("localhost", server.port(), &err);
+            EXPECT_EQ(fd >= 0 ? 1 : fd, row.result == kAll ? client.unknown_host : row.result);
+            EXPECT_EQ(err, fd >= 0 ? 99U : static_cast<std::uint32_t>(row.outcome.error));
+            const int calls = row.calls == kAll ? client.attempts : row.calls;
+            EXPECT_EQ(faults.calls[row.call], calls);
+            EXPECT_EQ(faults.calls["sleep"], calls - 1);
+            EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
+            if (fd >= 0) ::close(fd);
+        }
 }
 
 TEST(Connect, PortsAndAddresses) {
-    const struct {
-        const char* name;
-        std::uint32_t port;
-        std::size_t unknown_services;
-        int wanted_port;
-        std::size_t asked;
-        int lookups;
-    } cases[] = {
-        {"127.0.0.1", 4711, 0, 4711, 0, 0},
-        {"127.1", 65535, 0, 65535, 0, 0},
-        {"127.0.0.1", 0, 2, 25, 2, 0},
-        {"localhost", 4711, 0, 4711, 0, 1},
-    };
-    for (const auto& row : cases) {
-        Faults faults;
-        faults.plan("getservbyname_r", row.unknown_services, {ENOENT});
-        faults.plan("connect", 1, {-1, EHOSTUNREACH});
-        EXPECT_EQ(SMTP_connect(row.name, row.port, nullptr), -2);
-        EXPECT_EQ(ntohs(faults.peer.sin_port), row.wanted_port) << row.name;
-        EXPECT_EQ(ntohl(faults.peer.sin_addr.s_addr), INADDR_LOOPBACK);
-        EXPECT_EQ(faults.services.size(), row.asked);
-        EXPECT_EQ(faults.calls["gethostbyname_r"], row.lookups);
+    for (const Client& client : kClients) {
+        const std::tuple<const char*, std::uint32_t, int, int> cases[] = {
+            {"127.0.0.1", 4711, 4711, 0},
+            {"127.1", 65535, 65535, 0},
+            {"127.0.0.1", 0, client.default_port, 0},
+            {"localhost", 4711, 4711, 1},
+        };
+        for (const auto& [host, port, wanted, lookups] : cases) {
+            Faults faults;
+            faults.plan("getservbyname_r", 2, {ENOENT});
+            faults.plan("connect", 1, {-1, EHOSTUNREACH});
+            EXPECT_EQ(client.connect(host, port, nullptr), -2);
+            EXPECT_EQ(ntohs(faults.peer.sin_port), wanted) << host;
+            EXPECT_EQ(ntohl(faults.peer.sin_addr.s_addr), INADDR_LOOPBACK);
+            EXPECT_EQ(faults.services, port == 0 ? client.services : std::vector<std::string>());
+            EXPECT_EQ(faults.calls["gethostbyname_r"], lookups);
+        }
+        Faults faults;  // all ones is a name
+        faults.plan("gethostbyname_r", 1, {0, HOST_NOT_FOUND});
+        EXPECT_EQ(client.connect("255.255.255.255", 25, nullptr), client.unknown_host);
+        EXPECT_EQ(client.connect(nullptr, 25, nullptr), client.unknown_host);
     }
-    Faults faults;  // all ones is a name
-    faults.plan("gethostbyname_r", 1, {0, HOST_NOT_FOUND});
-    EXPECT_EQ(SMTP_connect("255.255.255.255", 25, nullptr), -5);
-    EXPECT_EQ(SMTP_connect(nullptr, 25, nullptr), -5);
+}
+
+// A small write goes out at once, and a child of the host does not inherit the connection.
+TEST(Connect, SocketOptions) {
+    ScriptedServer server(friendly(), {.any_order = true});
+    for (const Client& client : kClients) {
+        const int fd = client.connect("127.0.0.1", server.port(), nullptr);
+        int no_delay = 0;
+        socklen_t size = sizeof no_delay;
+        EXPECT_EQ(::getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &size), 0);
+        EXPECT_EQ(no_delay, 1);
+        EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
+        ::close(fd);
+    }
 }
 
 TEST(Connect, DescriptorsAboveAThousand) {
