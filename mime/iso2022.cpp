@@ -5,6 +5,7 @@
 #include "mime/iso2022.hpp"
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -28,30 +29,37 @@ char* append(char* dst, std::string_view text) noexcept {
     return dst + text.size();
 }
 
-// Copies up to the next lead byte, eight bytes at a time through plain ASCII.
-char* copy_single_bytes(std::string_view& src, char* dst) noexcept {
-    const char* at = src.data();
-    const char* const end = at + src.size();
-    for (;;) {
-        std::uint64_t word = 0;
-        while (end - at >= 8) {
-            std::memcpy(&word, at, 8);
-            if ((word & 0x8080808080808080U) != 0) break;
-            std::memcpy(dst, &word, 8);
-            at += 8;
-            dst += 8;
-        }
-        if (at == end || is_sjis_lead(*at)) break;
-        *dst++ = *at++;
-    }
-    src.remove_prefix(static_cast<std::size_t>(at - src.data()));
-    return dst;
+// Eight pairs at once, the first byte of each in the low half of its lane. True when all of them
+// are valid; only then is dst written.
+using Lanes = std::uint16_t __attribute__((vector_size(16)));
+
+bool convert_eight_pairs(const char* src, char* dst) noexcept {
+    Lanes pairs;
+    std::memcpy(&pairs, src, sizeof pairs);
+    const Lanes lead = pairs & 0xFF;
+    const Lanes trail = pairs >> 8;
+    // A comparison gives a lane of ones, which is also -1.
+    const auto valid = ((lead ^ 0x20) - 0xA1 < 0x2F) & (trail - 0x40 <= 0xBC) & (trail != 0x7F);
+    std::array<std::uint64_t, 2> all;
+    std::memcpy(all.data(), &valid, sizeof all);
+    if ((all[0] & all[1]) != ~std::uint64_t{0}) return false;
+    // Two rows of 94 for each lead byte; trail bytes from 0x9F are in the second.
+    const auto second = reinterpret_cast<Lanes>(trail >= 0x9F);
+    const auto high_lead = reinterpret_cast<Lanes>(lead >= 0xE0);
+    const auto behind_gap = reinterpret_cast<Lanes>(trail >= 0x80);
+    const Lanes row = lead * 2 - 0xE1 - (high_lead & 0x80) - second;
+    const Lanes cell = trail - 0x1F - (behind_gap & 1) - (second & 0x5E);
+    pairs = row | cell << 8;
+    std::memcpy(dst, &pairs, sizeof pairs);
+    return true;
 }
 
 // Converts pairs as long as lead bytes with a second byte follow each other.
 char* convert_pairs(std::string_view& src, char* dst) noexcept {
     const char* at = src.data();
     const char* const end = at + src.size();
+    if constexpr (std::endian::native == std::endian::little)
+        for (; end - at >= 16 && convert_eight_pairs(at, dst); at += 16) dst += 16;
     for (; end - at >= 2 && is_sjis_lead(*at); at += 2, dst += 2) {
         const unsigned code =
             jis_code(static_cast<unsigned char>(at[0]), static_cast<unsigned char>(at[1]));
@@ -75,7 +83,9 @@ unsigned jis_code(unsigned char lead, unsigned char trail) noexcept {
 char* to_iso2022(std::string_view src, char* dst) noexcept {
     if (src.starts_with('.')) *dst++ = '.';
     while (!src.empty()) {
-        dst = copy_single_bytes(src, dst);
+        const std::string_view single = src.substr(0, find_sjis_lead(src));
+        dst = append(dst, single);
+        src.remove_prefix(single.size());
         if (src.size() < 2) break;  // the end, or a lead byte alone before it
         dst = append(dst, kEnterTwoByte);
         dst = convert_pairs(src, dst);

@@ -127,12 +127,6 @@ private:
     bool ok_ = true;
 };
 
-bool holds_lead_byte(std::string_view text) noexcept {
-    for (const char byte : text)
-        if (is_sjis_lead(byte)) return true;
-    return false;
-}
-
 struct MemoryTarget {
     char* at;
     bool put(std::string_view text) noexcept {
@@ -145,7 +139,7 @@ struct MemoryTarget {
 }  // namespace
 
 bool put_subject(TextSink out, std::string_view subject) noexcept {
-    if (!holds_lead_byte(subject)) return out.put(subject);
+    if (!holds_sjis_lead(subject)) return out.put(subject);
     return SubjectEncoder(out).encode(subject);
 }
 

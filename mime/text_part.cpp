@@ -5,7 +5,6 @@
 // 4.5.3.1.6 and 4.5.2.
 #include "mime/text_part.hpp"
 
-#include <algorithm>
 #include <cstring>
 
 #include "mime/iso2022.hpp"
@@ -18,11 +17,6 @@ constexpr std::size_t kScanChunk = 1028;
 constexpr std::size_t kLineLimit = 1024;
 constexpr std::size_t kLongestLine = kLineLimit + 1;  // with the trail byte of its last character
 constexpr std::string_view kLineEnd = "\r\n";
-
-bool holds_lead_byte(std::string_view chunk) noexcept {
-    const std::string_view text = chunk.substr(0, chunk.find('\0'));
-    return std::any_of(text.begin(), text.end(), [](char byte) { return is_sjis_lead(byte); });
-}
 
 // Whether the last byte starts a two-byte character, judged from the start of the line: the byte
 // after a lead byte is its trail byte whatever its value.
@@ -80,7 +74,7 @@ bool scan_charset(InputWindow& body, bool& japanese) noexcept {
         if (!body.fill(kScanChunk)) return false;
         const std::string_view chunk = body.view().substr(0, kScanChunk);
         if (chunk.empty()) return true;
-        japanese = holds_lead_byte(chunk);
+        japanese = holds_sjis_lead(chunk.substr(0, chunk.find('\0')));
         if (japanese) return true;
         body.consume(chunk.size());
     }
