@@ -29,27 +29,19 @@ void PrintTo(const Ended& ended, std::ostream* out) {
 
 // One send of a mail with three recipients, up to the first step that fails.
 Ended send_mail(std::uint16_t port, std::uint32_t* err) {
+    constexpr std::int32_t (*kSteps[])(std::int32_t, std::uint32_t*) = {
+        [](auto sock, auto e) { return SMTP_initialize(sock, nullptr, e); },
+        [](auto sock, auto e) { return SMTP_MAIL(sock, "s@x", "a@x,b@x,c@x", e); },
+        SMTP_startData,
+        [](auto sock, auto e) {
+            return SMTP_send(sock, "Hi\r\n..x", 7, e) + SMTP_endData(sock, e);
+        },
+        SMTP_RSET,
+        SMTP_QUIT};
     const int sock = SMTP_connect("127.0.0.1", port, err);
-    const auto run = [&](Step step) -> std::int32_t {
-        switch (step) {
-            case kInit:
-                return SMTP_initialize(sock, nullptr, err);
-            case kMail:
-                return SMTP_MAIL(sock, "s@x", "a@x,b@x,c@x", err);
-            case kData:
-                return SMTP_startData(sock, err);
-            case kEnd:
-                SMTP_send(sock, "Hi\r\n..x", 7, err);
-                return SMTP_endData(sock, err);
-            case kReset:
-                return SMTP_RSET(sock, err);
-            default:
-                return SMTP_QUIT(sock, err);
-        }
-    };
     Ended ended{kInit, 0};
     for (int step = kInit; step < kDone && ended.result == 0; ++step)
-        ended = {static_cast<Step>(step), run(static_cast<Step>(step))};
+        ended = {static_cast<Step>(step), kSteps[step](sock, err)};
     ::close(sock);
     return ended.result == 0 ? Ended{kDone, 0} : ended;
 }
@@ -58,51 +50,31 @@ TEST(Session, Answers) {
     const std::string endless(1100, 'x');
     const struct {
         const char* name;
-        Script changes;
         Ended wanted;
-        std::string reply;
         std::size_t commands;
+        std::string reply;
+        Script changes;
     } cases[] = {
-        {"all accepted", {}, {kDone, 0}, "221 bye\r\n", 8},
-        {"greeting 554", {{"", "554 no\r\n"}}, {kInit, -26}, "554 no\r\n", 0},
-        {"greeting of garbage", {{"", "\xff\r\n"}}, {kInit, -26}, "\xff\r\n", 0},
-        {"EHLO unknown", {{"EHLO", "502 what\r\n"}}, {kDone, 0}, "221 bye\r\n", 9},
-        {"EHLO refused in a middle line",
-         {{"EHLO", "250-a\r\n550-b\r\n250 c\r\n"}, {"HELO", "554 no\r\n"}},
-         {kInit, -21},
-         "554 no\r\n",
-         2},
-        {"HELO refused", {{"EHLO", "500\r\n"}, {"HELO", "500\r\n"}}, {kInit, -21}, "500\r\n", 2},
-        {"EHLO byte by byte",
-         {dribble({"EHLO", "250-a\r\n250 b\r\n"})},
-         {kDone, 0},
-         "221 bye\r\n",
-         8},
-        {"sender refused", {{"MAIL", "550 no\r\n"}}, {kMail, -22}, "550 no\r\n", 2},
-        {"second recipient refused",
-         {{"RCPT TO:<b", "550-a\r\n550 b\r\n"}},
-         {kMail, -23},
-         "550 b\r\n",
-         4},
-        {"DATA answered as done", {{"DATA", "250 ok\r\n"}}, {kData, -24}, "250 ok\r\n", 6},
-        {"end refused", {{kBody, "554 no\r\n"}}, {kEnd, -25}, "554 no\r\n", 6},
-        {"RSET refused", {{"RSET", "500 no\r\n"}}, {kReset, -27}, "500 no\r\n", 7},
-        {"QUIT refused", {{"QUIT", "500 no\r\n"}}, {kDone, 0}, "500 no\r\n", 8},
-        {"QUIT unanswered", {{"QUIT", "", Then::kClose}}, {kDone, 0}, "", 8},
-        {"bare codes", {{"MAIL", "250\r\n"}, {"RCPT", "2\r\n"}}, {kDone, 0}, "221 bye\r\n", 8},
-        {"LF alone ends no line", {{"MAIL", "2\n5\r\n"}}, {kDone, 0}, "221 bye\r\n", 8},
-        {"answers before their commands",
-         {{"MAIL", "250 ok\r\n250 a\r\n550 b\r\n"}},
-         {kMail, -23},
-         "550 b\r\n",
-         4},
-        {"endless line goes on in the next reply",
-         {{"MAIL", "2" + endless + "\r\n"}},
-         {kMail, -23},
-         "xxxxxxxx",
-         3},
+        {"all accepted", {kDone, 0}, 8, "221 bye\r\n", {}},
+        {"greeting 554", {kInit, -26}, 0, "554 no\r\n", {{"", "554 no\r\n"}}},
+        {"garbage", {kInit, -26}, 0, "\xff\r\n", {{"", "\xff\r\n"}}},
+        {"EHLO unknown", {kDone, 0}, 9, "221 bye\r\n", {{"EHLO", "502 what\r\n"}}},
+        {"EHLO 5xx line", {kDone, 0}, 9, "221 bye\r\n", {{"EHLO", "250-a\r\n550-b\r\n250 c\r\n"}}},
+        {"HELO refused", {kInit, -21}, 2, "501\r\n", {{"EHLO", "500\r\n"}, {"HELO", "501\r\n"}}},
+        {"dribble", {kDone, 0}, 8, "221 bye\r\n", {dribble({"EHLO", "250-a\r\n250 b\r\n"})}},
+        {"sender", {kMail, -22}, 2, "550 no\r\n", {{"MAIL", "550 no\r\n"}}},
+        {"second RCPT", {kMail, -23}, 4, "550 b\r\n", {{"RCPT TO:<b", "550-a\r\n550 b\r\n"}}},
+        {"DATA done", {kData, -24}, 6, "250 ok\r\n", {{"DATA", "250 ok\r\n"}}},
+        {"end refused", {kEnd, -25}, 6, "554 no\r\n", {{kBody, "554 no\r\n"}}},
+        {"RSET refused", {kReset, -27}, 7, "500 no\r\n", {{"RSET", "500 no\r\n"}}},
+        {"QUIT refused", {kDone, 0}, 8, "500 no\r\n", {{"QUIT", "500 no\r\n"}}},
+        {"QUIT unanswered", {kDone, 0}, 8, "", {{"QUIT", "", Then::kClose}}},
+        {"bare codes", {kDone, 0}, 8, "221 bye\r\n", {{"MAIL", "250\r\n"}, {"RCPT", "2\r\n"}}},
+        {"LF alone is no end", {kDone, 0}, 8, "221 bye\r\n", {{"MAIL", "2\n5\r\n"}}},
+        {"early", {kMail, -23}, 4, "550 b\r\n", {{"MAIL", "250 ok\r\n250 a\r\n550 b\r\n"}}},
+        {"endless", {kMail, -23}, 3, "xxxxxxxx", {{"MAIL", "2" + endless + "\r\n"}}},
     };
-    for (const auto& [name, changes, wanted, reply, commands] : cases) {
+    for (const auto& [name, wanted, commands, reply, changes] : cases) {
         SCOPED_TRACE(name);
         Faults faults;
         ScriptedServer server(friendly(changes), {.any_order = true});
@@ -114,6 +86,8 @@ TEST(Session, Answers) {
         EXPECT_EQ(std::string(kept).substr(0, reply.size()), reply);
         EXPECT_EQ(server.commands().size(), commands);
         EXPECT_EQ(server.problem(), "");
+        EXPECT_EQ(server.received().ends_with("DATA\r\nHi\r\n..x\r\n.\r\nRSET\r\nQUIT\r\n"),
+                  wanted.step == kDone);
     }
 }
 
