@@ -7,8 +7,9 @@
  *
  * Results are 0 (or a count) or one of
  *   -31  a file to be read cannot be opened
- *   -32  a file cannot be read, or repositioned while it is read
- *   -33  the composition file took less than it was given, or could not be repositioned
+ *   -32  a file cannot be read, or not be repositioned while it is streamed or cut
+ *   -33  the composition file took less than it was given, or a file could not be repositioned
+ *        while composing
  * and, where a server is spoken to, those of SMTP_send. On failure *err receives errno of the
  * failing call (ENOSPC for a write that was cut short); err may be null. A null text counts as
  * empty. Nothing written before a failure is removed: the caller discards the file.

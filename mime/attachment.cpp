@@ -101,11 +101,12 @@ constexpr std::size_t kTargetPiece = 1027;
 // Kept: a longer line goes out in pieces, each with a CR LF of its own. A line ends at its LF,
 // its text at the first LF or zero byte: a CR before the LF stays.
 bool put_target_line(BlockWriter& out, InputWindow& file) noexcept {
-    std::string_view line = file.view().substr(0, kTargetPiece);
-    line = line.substr(0, line.find('\n') + 1 != 0 ? line.find('\n') + 1 : line.size());
-    const std::string_view text = line.substr(0, line.find_first_of(std::string_view("\n\0", 2)));
+    const std::string_view piece = file.view().substr(0, kTargetPiece);
+    const std::size_t end = piece.find('\n');
+    const std::string_view line = piece.substr(0, end);
+    const std::string_view text = line.substr(0, line.find('\0'));
     if (!put_line(TextSink(out), "", text)) return false;
-    file.consume(line.size());
+    file.consume(line.size() + (end != piece.npos ? 1 : 0));
     return true;
 }
 

@@ -46,8 +46,8 @@ bool put_names(TextSink out, const Head& head) noexcept {
 
 // 'Content-Type: multipart/mixed; boundary="..."', an empty line, the first delimiter.
 bool put_multipart_frame(TextSink out, char* boundary) noexcept {
-    const auto length = static_cast<std::size_t>(SMTP_makeBoundary(boundary));
-    const std::string_view text(boundary, length);
+    SMTP_makeBoundary(boundary);
+    const std::string_view text = boundary;
     return out.put("Content-Type: multipart/mixed; boundary=\"") && out.put(text) &&
            out.put("\"\r\n") && put_line(out, "\r\n--", text);
 }
@@ -70,7 +70,7 @@ std::int32_t put_text_part(TraceScope& trace, BlockWriter& out, const char* path
     trace.note(japanese ? "smtp0653" : "smtp0654", type);
     if (!out.put(type) || !out.put("\r\n"))
         return fail(trace, "smtp0655", kWriteFailed, out.error(), err);
-    if (!body.rewind()) return fail(trace, "smtp0656", kReadFailed, errno, err);
+    if (!body.rewind()) return fail(trace, "smtp0656", kWriteFailed, errno, err);
     switch (copy_text(body, japanese, out)) {
         case TextStep::kReadFailed:
             return fail(trace, "smtp0657", kReadFailed, errno, err);

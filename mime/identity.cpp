@@ -51,11 +51,12 @@ std::string_view next_word(std::string_view& line) noexcept {
     return word.substr(0, kFieldSize - 1);
 }
 
-// Appends a dot and the domain of the first "domain" line. Search lines are not used.
-void append_domain(std::span<char> name) noexcept {
+// Appends a dot and the domain of the first "domain" line, and tells whether there was one. Search
+// lines are not used.
+bool append_domain(std::span<char> name) noexcept {
     const std::unique_ptr<std::FILE, CloseFile> file(
         std::fopen(common::paths::kResolverConfig, "re"));
-    if (!file) return;
+    if (!file) return false;
     std::array<char, kResolverLine> line;
     while (std::fgets(line.data(), line.size(), file.get()) != nullptr) {
         std::string_view rest = line.data();
@@ -64,8 +65,9 @@ void append_domain(std::span<char> name) noexcept {
         const std::string_view domain = next_word(rest);
         common::format_into(name.subspan(used), ".%.*s", static_cast<int>(domain.size()),
                             domain.data());
-        return;
+        return true;
     }
+    return false;
 }
 
 // Asked once: most hosts have no stored id, and the answer then costs a look-up of the host's name.
@@ -88,11 +90,11 @@ Instant now() noexcept {
 
 }  // namespace
 
-void find_host_name(std::span<char, kHostSize> name) noexcept {
+bool find_host_name(std::span<char, kHostSize> name) noexcept {
     utsname system{};
     ::uname(&system);
     common::copy_into(name, common::bounded(system.nodename));
-    if (std::strchr(name.data(), '.') == nullptr) append_domain(name);
+    return std::strchr(name.data(), '.') == nullptr && append_domain(name);
 }
 
 bool put_date(TextSink out) noexcept {
@@ -135,10 +137,8 @@ std::int32_t SMTP_makeBoundary(char* dst) noexcept {
 void SMTP_MakeMsgId(char* dst) noexcept {
     using namespace ovrmail::mime;
     ovrmail::log::TraceScope trace("mkmsgid0000", "mkmsgidFFFF");
-    if (g_host_name[0] == '\0') {
-        find_host_name(g_host_name);
+    if (g_host_name[0] == '\0' && find_host_name(g_host_name))
         trace.note("mkmsgid0030", g_host_name.data());
-    }
     const unsigned id = host_id();
     const std::time_t seconds = std::time(nullptr);
     std::tm local{};

@@ -13,7 +13,8 @@ inline constexpr std::size_t kFieldSize = 256;    // one word of the resolver's 
 inline constexpr std::size_t kHostSize = 65 + 1 + kFieldSize;  // node name, dot, domain
 inline constexpr std::size_t kMessageIdSize = 64 + kHostSize;  // the line with CR LF and NUL
 
-// The node name, with the resolver's domain where it has no dot of its own.
-void find_host_name(std::span<char, kHostSize> name) noexcept;
+// The node name, with the resolver's domain where it has no dot of its own. True when the domain
+// was found.
+bool find_host_name(std::span<char, kHostSize> name) noexcept;
 
 }  // namespace ovrmail::mime

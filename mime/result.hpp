@@ -7,9 +7,10 @@ namespace ovrmail::mime {
 
 enum Result : std::int32_t {
     kOk = 0,
-    kOpenFailed = -31,   // a file to be read cannot be opened
-    kReadFailed = -32,   // reading failed, or a seek while reading
-    kWriteFailed = -33,  // the composition file took less than it was given, or a seek failed
+    kOpenFailed = -31,  // a file to be read cannot be opened
+    kReadFailed = -32,  // reading failed, or a seek while streaming or cutting
+    kWriteFailed =
+        -33,  // the composition file took less than it was given, or a seek failed while composing
 };
 
 }  // namespace ovrmail::mime

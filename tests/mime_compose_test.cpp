@@ -110,17 +110,14 @@ TEST_F(Compose, TextPart) {
 
 TEST_F(Compose, AttachmentNamesAndLines) {
     ASSERT_EQ(::chdir(dir_.path().c_str()), 0);
-    const Case names[] = {{"x.dat", "", "x.dat"},
-                          {"C:x.dat", "", "x.dat"},
-                          {":y", "", ":y"},
-                          {"./x.dat", "", "x.dat"}};
-    for (const auto& c : names) {
-        save(c.name, "");
+    for (const string path : {"x.dat", "C:x.dat", "./x.dat", ":yx.dat"}) {
+        const string name = path[0] == ':' ? path : "x.dat";
+        save(path, "");
         for (Content_D_flg = 0; Content_D_flg <= 1; ++Content_D_flg) {
             restart();
-            ASSERT_EQ(SMTP_makeAppendData(fd_, c.name, "B", 1, nullptr), 0);
-            EXPECT_EQ(composed(), "\r\n--B" + (Content_D_flg == 1 ? attachment_head(c.wanted, "")
-                                                                  : attachment_head(c.wanted)));
+            ASSERT_EQ(SMTP_makeAppendData(fd_, path.c_str(), "B", 1, nullptr), 0);
+            EXPECT_EQ(composed(), "\r\n--B" + (Content_D_flg == 1 ? attachment_head(name, "")
+                                                                  : attachment_head(name)));
         }
     }
     Content_D_flg = 0;
@@ -170,30 +167,19 @@ TEST_F(Compose, EveryFailingCallHasItsResult) {
     const string body = save("body", times(30'000, ".23456789\r\n"));
     const string file = save("file", string(400'000, 'z'));
     const int before = support::open_descriptors();
-    const struct {
-        fake::Call call;
-        int least;  // calls of a run
-        int error;
-        int result;
-    } cases[] = {{fake::kRead, 8, EIO, -32},
-                 {fake::kWrite, 5, EFBIG, -33},
-                 {fake::kShortWrite, 5, ENOSPC, -33},
-                 {fake::kSeek, 2, ESPIPE, -32}};
-    for (const auto& c : cases) {
+    const int errors[] = {EIO, EFBIG, ENOSPC, ESPIPE};
+    for (const fake::Call call : {fake::kRead, fake::kWrite, fake::kShortWrite, fake::kSeek}) {
         for (int n = 1;; ++n) {
             fake::libc = {.now = 1};
-            fake::libc.fail[c.call] = n;
+            fake::libc.fail[call] = n;
             int rc = SMTP_makeTopData(fd_, body.c_str(), "a", "b", "S", nullptr, 1, 0, &err_);
             if (rc == 0) rc = SMTP_makeAppendData(fd_, file.c_str(), "B", 0, &err_);
             EXPECT_EQ(support::open_descriptors(), before);
-            if (fake::libc.calls[c.call] < n) {  // the run no longer reaches call n
-                EXPECT_GT(n, c.least);
-                break;
-            }
-            // The first seek is that of the composition file.
-            EXPECT_EQ(rc, c.call == fake::kSeek && n == 1 ? -33 : c.result) << n;
-            EXPECT_EQ(err_, static_cast<unsigned>(c.error)) << n;
+            if (fake::libc.calls[call] < n) break;  // the run no longer reaches call n
+            EXPECT_EQ(rc, call == fake::kRead ? -32 : -33) << n;
+            EXPECT_EQ(err_, static_cast<unsigned>(errors[call])) << n;
         }
+        EXPECT_GT(fake::libc.calls[call], call == fake::kSeek ? 1 : 4);
     }
     fake::libc = {.now = 1};
     EXPECT_EQ(SMTP_makeTopData(fd_, "/no/body", "a", "b", "S", nullptr, 0, 0, &err_), -31);
@@ -286,28 +272,25 @@ TEST_F(Compose, WholeFileIsStreamedUnchanged) {
 }
 
 TEST_F(Compose, PieceIsSentBehindItsHeader) {
-    const struct {
-        string to;
-        string folded;
-        const char* subject;
-        string encoded;
-    } cases[] = {
-        {"b@y,c@z", "To: b@y,\r\n    c@z\r\n", "\x82\xA0", "=?ISO-2022-JP?B?GyRCJCIbKEo=?="},
+    const Case cases[] = {
+        {"\x82\xA0", "b@y,c@z",
+         "To: b@y,\r\n    c@z\r\nSubject: =?ISO-2022-JP?B?GyRCJCIbKEo=?= [2/13]\r\n"},
         // More lines, and longer ones, than are collected at once.
-        {times(500, ",") + string(200'000, 'x'),
-         "To: ,\r\n" + times(499, "    ,\r\n") + "    " + string(200'000, 'x') + "\r\n", nullptr,
-         ""},
+        {nullptr, times(500, ",") + string(200'000, 'x'),
+         "To: ,\r\n" + times(499, "    ,\r\n") + "    " + string(200'000, 'x') +
+             "\r\nSubject:  [2/13]\r\n"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(received([&](int sock) {
-                      EXPECT_EQ(SMTP_sendData_Partial(sock, "piece\r\n", 7, "a@x", c.to.c_str(),
-                                                      c.subject, 2, 13, "ID", &err_),
-                                0);
-                  }),
-                  kDate + "From: a@x\r\n" + c.folded + "Subject: " + c.encoded + " [2/13]\r\n" +
-                      kIds +
+    for (const auto& c : cases) {
+        const auto send = [&](int sock) {
+            EXPECT_EQ(SMTP_sendData_Partial(sock, "piece\r\n", 7, "a@x", c.in.c_str(), c.name, 2,
+                                            13, "ID", &err_),
+                      0);
+        };
+        EXPECT_EQ(received(send),
+                  kDate + "From: a@x\r\n" + c.wanted + kIds +
                       "Content-Type: message/partial; number=2; total=13;\r\n\tid=\"ID\"\r\n\r\n" +
                       "piece\r\n");
+    }
     EXPECT_EQ(SMTP_sendData_Partial(-1, "p", 1, "a", "b", "", 1, 1, "ID", &err_), -3);
     EXPECT_EQ(err_, static_cast<unsigned>(EBADF));
 }

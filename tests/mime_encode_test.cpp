@@ -1,6 +1,7 @@
 // The encoders: base64, ISO-2022-JP, subjects, and the code set converter.
 #include <gtest/gtest.h>
 #include <iconv.h>
+#include <resolv.h>
 
 #include <array>
 #include <random>
@@ -51,30 +52,17 @@ string random_text(std::mt19937& random, std::size_t characters, unsigned odds) 
     return text;
 }
 
-// Three bytes at a time, which no fast road takes.
+// The resolver library's base64, another independent opinion.
 string plain_base64(const string& bytes) {
-    string out;
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        string part = bytes.substr(at, 3);
-        const int size = static_cast<int>(part.size());
-        std::array<char, 5> group{};
-        part.resize(6);
-        SMTP_toBase64(part.data(), group.data(), size);
-        out += group.data();
-    }
-    return out;
+    std::array<char, 1024> out{};
+    b64_ntop(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), out.data(), 1024);
+    return out.data();
 }
 
 string decode_base64(const string& text) {
-    string out;
-    unsigned bits = 0;
-    int count = 0;
-    for (const char character : text.substr(0, text.find('='))) {
-        bits = bits << 6 |
-               static_cast<unsigned>(string(ovrmail::common::kBase64Alphabet).find(character));
-        if ((count += 6) >= 8) out += static_cast<char>(bits >> (count -= 8));
-    }
-    return out;
+    std::array<unsigned char, 1024> out{};
+    const int size = b64_pton(text.c_str(), out.data(), out.size());
+    return {out.data(), out.data() + std::max(size, 0)};
 }
 
 // Unfolds a Subject value and decodes its words; checks each word and the width of each line.
@@ -116,8 +104,6 @@ TEST(Base64, AgreesWithTheDefinitionAtEveryLength) {
             wanted += plain_base64(bytes.substr(at, 51)) + "\r\n";
         EXPECT_EQ(string(lines.begin(), lines.end()), wanted);
     }
-    EXPECT_EQ(plain_base64("foobar") + plain_base64("fooba") + plain_base64("f\xFF\xBF\xFE"),
-              "Zm9vYmFyZm9vYmE=Zv+//g==");
     std::array<char, 8> src{'a', 'b', 'c', 'd', 'x', 'x', 'x', 'x'};
     std::array<char, 9> dst{};
     EXPECT_EQ(SMTP_toBase64(src.data(), dst.data(), 4), 8);
@@ -193,10 +179,8 @@ TEST(Subject, IsFoldedAndEncoded) {
 }
 
 TEST(CodeSet, Handles) {
-    for (const char* name : {"eucjp", "UTF-8", "", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(Cnv_open(name, "SJIS"), -1);
-        EXPECT_EQ(Cnv_open("SJIS", name), -1);
-    }
+    for (const char* name : {"eucjp", "UTF-8", "", static_cast<const char*>(nullptr)})
+        EXPECT_TRUE(Cnv_open(name, "SJIS") == -1 && Cnv_open("SJIS", name) == -1);
     const int other = Cnv_open("SJIS", "SJIS");
     const int handle = Cnv_open("eucJP", "SJIS");
     EXPECT_NE(handle, other);
