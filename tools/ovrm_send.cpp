@@ -24,7 +24,8 @@ namespace {
 using ovrm_send::Options;
 using ovrm_send::Request;
 
-constexpr std::uint64_t kBigMail = 1024 * 1024; /* bytes; above it a progress line is shown */
+constexpr std::uint64_t kBigMail =
+    1024 * ovrm_send::kBlock; /* bytes; above it a progress line is shown */
 
 // The mail log of this process: one file, to which an earlier process of the same number may have
 // written before.

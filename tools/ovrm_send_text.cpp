@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <iostream>
 
@@ -25,7 +26,7 @@ public:
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
-    [[nodiscard]] bool usable() const { return handle_ != iconv_t(-1); }
+    [[nodiscard]] bool usable() const { return reinterpret_cast<std::intptr_t>(handle_) != -1; }
 
     // The text in the other code; empty when a character has none there.
     std::string operator()(std::string_view text) {

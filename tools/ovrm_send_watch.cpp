@@ -100,19 +100,20 @@ void Watch::run() {
         const int ready = poll(waited, 2, estimated_bytes_ != 0 ? kTickMs : -1);
         if (ready < 0 && errno != EINTR) break;
         if (ready > 0 && waited[0].revents != 0) break;
-        if (ready > 0 && waited[1].revents != 0) {
-            signalfd_siginfo info{};
-            if (read(signal_fd_, &info, sizeof info) != ssize_t(sizeof info)) continue;
-            remove_working_files();
-            std::fprintf(stderr,
-                         "%sovrm-send: ended by signal %u; the server may or may not have "
-                         "the mail\n",
-                         shown_ ? "\n" : "", info.ssi_signo);
-            _exit(128 + static_cast<int>(info.ssi_signo));
-        }
+        if (ready > 0) end_on_signal();
         if (estimated_bytes_ != 0) show();
     }
     if (shown_) std::fputs("\r\033[K", stderr);
+}
+
+void Watch::end_on_signal() {
+    signalfd_siginfo info{};
+    if (read(signal_fd_, &info, sizeof info) != ssize_t(sizeof info)) return;
+    remove_working_files();
+    std::fprintf(stderr,
+                 "%sovrm-send: ended by signal %u; the server may or may not have the mail\n",
+                 shown_ ? "\n" : "", info.ssi_signo);
+    _exit(128 + static_cast<int>(info.ssi_signo));
 }
 
 void Watch::show() {

@@ -22,6 +22,7 @@ public:
 
 private:
     void run();
+    void end_on_signal();
     void show();
 
     std::uint64_t estimated_bytes_;

@@ -109,6 +109,10 @@ class Installed(unittest.TestCase):
         headers = {h.name for h in (STAGE / "usr/include/ovrmail").iterdir()}
         self.assertEqual(headers, {h.name for h in (SOURCE / "include").iterdir()})
 
+    def test_the_library_needs_libc_alone(self):
+        package = next(PACKAGES.glob("libovrmail1_*.deb"))
+        self.assertRegex(run("dpkg-deb", "-f", package, "Depends"), r"^libc6 \(>= [\d.]+\)\n$")
+
     @unittest.skipUnless(shutil.which("lintian"), "needs lintian")
     def test_lintian(self):
         said = subprocess.run(["lintian", "--allow-root", *PACKAGES.glob("*.deb")],
