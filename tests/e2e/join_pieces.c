@@ -2,7 +2,10 @@
  * prints the whole message. */
 #include <gmime/gmime.h>
 #include <stdio.h>
-#include <stdlib.h>
+
+enum { kMaxPieces = 1024 };
+
+static GMimeMessagePartial* pieces[kMaxPieces];
 
 static GMimeMessagePartial* read_piece(const char* path) {
     GMimeStream* stream = g_mime_stream_file_open(path, "r", NULL);
@@ -16,8 +19,7 @@ static GMimeMessagePartial* read_piece(const char* path) {
 int main(int argc, char** argv) {
     g_mime_init();
     const size_t count = (size_t)argc - 1;
-    GMimeMessagePartial** pieces = calloc(count + 1, sizeof(GMimeMessagePartial*));
-    if (pieces == NULL) return 1;
+    if (count > kMaxPieces) return 1;
     for (size_t i = 0; i < count; ++i) {
         pieces[i] = read_piece(argv[i + 1]);
         if (pieces[i] == NULL) {
@@ -27,5 +29,8 @@ int main(int argc, char** argv) {
     }
     GMimeMessage* whole = g_mime_message_partial_reconstruct_message(pieces, count);
     if (whole == NULL) return 1;
-    return fputs(g_mime_object_to_string(GMIME_OBJECT(whole), NULL), stdout) >= 0 ? 0 : 1;
+    char* text = g_mime_object_to_string(GMIME_OBJECT(whole), NULL);
+    const int rc = fputs(text, stdout) >= 0 ? 0 : 1;
+    g_free(text);
+    return rc;
 }
