@@ -2,13 +2,20 @@
 // Process and thread id in the name keep concurrent senders in one directory apart.
 #include "mailapi/work_file.hpp"
 
+#include <fcntl.h>
 #include <pthread.h>
 
+#include "common/retry.hpp"
 #include "common/text.hpp"
 #include "file_util.h"
 #include "log/trace_scope.hpp"
 
 namespace ovrmail::mailapi {
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+
+}  // namespace
 
 bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
     log::TraceScope trace("MKTMP0000", "MKTMPFFFF");
@@ -18,13 +25,18 @@ bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
         trace.fail("MKTMP0020", -1);
         return false;
     }
-    FileDelete(path_.data());
     trace.leave(0);
     return true;
 }
 
 bool WorkFile::open() noexcept {
-    fd_.reset(FileOpen(path_.data()));
+    constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    fd_.reset(common::retry_eintr(common::kNoLimit,
+                                  [&] { return ::open(path_.data(), kNew, kFileMode); }));
+    if (!fd_.valid() && errno == EEXIST) {
+        FileDelete(path_.data());
+        fd_.reset(FileOpen(path_.data()));
+    }
     exists_ = fd_.valid();
     return exists_;
 }

@@ -19,10 +19,10 @@ public:
     WorkFile& operator=(const WorkFile&) = delete;
     ~WorkFile() { discard(); }
 
-    // Forms "<dir>/<prefix><pid>-<thread>" and deletes a file of that name left over from an
-    // earlier run. False when the name is longer than 1,024 characters.
+    // Forms "<dir>/<prefix><pid>-<thread>". False when the name is longer than 1,024 characters.
     [[nodiscard]] bool name(const char* dir, const char* prefix, pid_t pid) noexcept;
-    // Opens the named file, read and write. False with errno.
+    // Creates the named file, in the place of one left over from an earlier run, and opens it to
+    // read and write. False with errno.
     [[nodiscard]] bool open() noexcept;
 
     void close() noexcept { fd_.reset(); }
