@@ -106,6 +106,8 @@ class Installed(unittest.TestCase):
     def test_every_page_and_header_is_installed(self):
         pages = {p.name for p in STAGE.glob("usr/share/man/man*/*")}
         self.assertEqual(pages, {p.name + ".gz" for p in (SOURCE / "docs/man").iterdir()})
+        for program in (STAGE / "usr/bin").iterdir():
+            self.assertIn(program.name + ".1.gz", pages)
         headers = {h.name for h in (STAGE / "usr/include/ovrmail").iterdir()}
         self.assertEqual(headers, {h.name for h in (SOURCE / "include").iterdir()})
 
