@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <thread>
 
 #include "mail_log.h"
@@ -15,19 +14,6 @@
 namespace {
 
 using namespace support;
-
-// What differs from run to run is replaced: dates, message and partial identifiers, boundaries.
-std::string normal(std::string text) {
-    const std::pair<const char*, const char*> changes[] = {
-        {"Date: [A-Z][a-z]{2}, \\d\\d [A-Z][a-z]{2} \\d{4} [\\d:]{8} [+-]\\d{4}\r\n",
-         "Date: D\r\n"},
-        {"Message-Id: <\\d{14}\\.[0-9a-f]+@[^>]+>\r\n", "Message-Id: M\r\n"},
-        {"id=\"wexlb[0-9a-f]+[^\"]*@", "id=\"I@"},
-        {"-{15}OvWexl\\d{10}", "B"},
-    };
-    for (const auto& [from, to] : changes) text = std::regex_replace(text, std::regex(from), to);
-    return text;
-}
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string out;

@@ -2,6 +2,8 @@
 #include "support/roads.hpp"
 
 #include <filesystem>
+#include <regex>
+#include <sstream>
 
 #include "support/fault.hpp"
 
@@ -51,6 +53,29 @@ const char* name_of(Road road) {
     return "";
 }
 
+std::string normal(const std::string& text) {
+    static const struct {
+        const char* key;  // only lines that hold it are worth a look
+        std::regex from;
+        const char* to;
+    } kChanges[] = {
+        {"Date: ", std::regex("[A-Z][a-z]{2}, \\d\\d [A-Z][a-z]{2} \\d{4} [\\d:]{8} [+-]\\d{4}"),
+         "D"},
+        {"Message-Id: ", std::regex("<\\d{14}\\.[0-9a-f]+@[^>]+>"), "M"},
+        {"id=\"wexlb", std::regex("wexlb[0-9a-f]+[^\"]*@"), "I@"},
+        {"OvWexl", std::regex("-{15}OvWexl\\d{10}"), "B"},
+    };
+    std::string out;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line); out += line + '\n') {
+        for (const auto& change : kChanges) {
+            if (line.find(change.key) == std::string::npos) continue;
+            line = std::regex_replace(line, change.from, change.to);
+        }
+    }
+    return out;
+}
+
 Journey::Journey(Road road, Script smtp_changes, Script pop_changes)
     : smtp(smtp_script(road, std::move(smtp_changes)), {.any_order = true}),
       pop(pop_script(std::move(pop_changes)), {.any_order = true}) {
@@ -91,6 +116,12 @@ Outcome Journey::run() {
     outcome.temporary_kept = deletes ? std::filesystem::exists(paths_[1]) : outcome.result < 0;
     if (const auto lines = log_lines(); !lines.empty()) outcome.last_log = lines.back();
     return outcome;
+}
+
+std::string Journey::message() {
+    std::string all;
+    for (const std::string& body : smtp.bodies()) all += normal(body) + ".\n";
+    return all;
 }
 
 }  // namespace support

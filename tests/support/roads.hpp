@@ -39,12 +39,17 @@ struct Outcome {
     }
 };
 
+// What differs from run to run is replaced: dates, message and partial identifiers, boundaries.
+// Every line ends with its LF.
+std::string normal(const std::string& text);
+
 class Journey {
 public:
     // The first row of `changes` that fits a command replaces the friendly one.
     explicit Journey(Road road, Script smtp_changes = {}, Script pop_changes = {});
 
     Outcome run();
+    std::string message();  // what the server took, normal(), each piece with an end mark
 
     SampleMail mail;
     ScriptedServer smtp;
