@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -109,19 +110,12 @@ Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trac
     return Growth::kNone;
 }
 
-// A piece in its buffer: `size` bytes are cut, `read` bytes have been read.
-struct Cut {
-    std::size_t size;
-    std::size_t read;
-};
-
-// Cuts after the first line end from the nominal size on, after the last one before it when the
-// line does not fit, and through a line that is alone in the buffer.
-Cut cut_lines(std::string_view text, std::size_t nominal, bool at_end) noexcept {
+// Where to cut what was read: after the first line end from the nominal size on, after the last one
+// before it when that line does not fit, and through a line that is alone in the buffer.
+std::size_t cut_size(std::string_view text, std::size_t nominal, bool at_end) noexcept {
     std::size_t size = line_end_from(text, nominal);
     if (size == text.npos && !at_end) size = last_line_end(text);
-    if (size == text.npos || size == 0) size = text.size();
-    return {size, text.size()};
+    return size == text.npos || size == 0 ? text.size() : size;
 }
 
 std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundary,
@@ -137,22 +131,19 @@ std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundar
         trace.note("smtp1011", static_cast<std::int32_t>(read));
         return trace.leave(static_cast<std::int32_t>(read));
     }
-    const Cut cut = cut_lines({buffer.data(), read}, nominal, at_end);
-    if (!give_back(fd, cut.read - cut.size))
-        return fail(trace, "smtp1020", kReadFailed, errno, err);
-    // Behind the piece the buffer is as the caller cleared it.
-    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(cut.size),
-              buffer.begin() + static_cast<std::ptrdiff_t>(cut.read), '\0');
-    if (cut.size < buffer.size()) buffer[cut.size] = '\0';
-    const std::string_view piece(buffer.data(), cut.size);
-    if (!piece.ends_with(kLineEnd)) return trace.leave(static_cast<std::int32_t>(cut.size));
+    const std::size_t size = cut_size({buffer.data(), read}, nominal, at_end);
+    if (!give_back(fd, read - size)) return fail(trace, "smtp1020", kReadFailed, errno, err);
+    // Behind the piece the buffer is clear, as the caller handed it over.
+    std::memset(buffer.data() + size, 0, std::min(read + 1, buffer.size()) - size);
+    const std::string_view piece(buffer.data(), size);
+    if (!piece.ends_with(kLineEnd)) return trace.leave(static_cast<std::int32_t>(size));
     const Growth growth = judge(piece, boundary, trace);
     std::int32_t added = 0;
     if (growth != Growth::kNone)
-        added = add_lines(fd, buffer.subspan(cut.size), piece.back(),
-                          growth == Growth::kHeader ? 1 : 0, Overlong::kLeave, err);
+        added = add_lines(fd, buffer.subspan(size), piece.back(), growth == Growth::kHeader ? 1 : 0,
+                          Overlong::kLeave, err);
     if (added < 0) return trace.fail(growth == Growth::kLine ? "smtp1040" : "smtp1050", added);
-    return trace.leave(static_cast<std::int32_t>(cut.size) + added);
+    return trace.leave(static_cast<std::int32_t>(size) + added);
 }
 
 // The 1-based position at which the line starts that ends before `end`, at most `room` bytes away.
