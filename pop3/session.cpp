@@ -26,7 +26,7 @@ constexpr std::size_t kErrorTextSize = 256;  // of the caller's buffer
 constexpr std::size_t kCommandSize = 1028;
 
 in_addr_t host_address(const char* host, std::uint32_t* err, TraceHandle* handle) noexcept {
-    TraceScope trace("getpop0000", "getpopffff", handle);
+    TraceScope trace("getpop0000", "getpopFFFF", handle);
     const common::Lookup found = common::look_up_ipv4(host, kLookupAttempts);
     if (found.address == INADDR_NONE) {
         common::set_error(err, found.resolver_error);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "common/error_word.hpp"
 #include "common/socket_io.hpp"
@@ -175,29 +176,56 @@ private:
     int empty_ = 0;
 };
 
-// Cuts a buffer into units, `length_of(n)` bytes for unit n, and notes each one in the trace as it
-// begins.
+enum Clock : bool { kRunsOn, kRestarts };  // what the clock does when a unit begins
+
+// A buffer that leaves in units, `length_of(n)` bytes for unit n. Each has the trace records of an
+// SMTP_send of its own, written as it begins and ends.
 template <class LengthOf>
 class Units {
 public:
-    Units(std::span<const char> bytes, LengthOf length_of, TraceScope& trace) noexcept
-        : bytes_(bytes), length_of_(length_of), trace_(trace) {}
+    Units(std::span<const char> bytes, LengthOf length_of, Clock clock) noexcept
+        : bytes_(bytes), length_of_(length_of), clock_(clock) {}
 
-    // Whether a unit not begun before begins at `offset` or has begun below it.
-    bool reach(std::size_t offset) noexcept {
+    Result send(int sock, std::uint32_t* err) noexcept {
+        if (bytes_.empty()) return kOk;
+        begin_up_to(0);
+        const Result result = Outgoing(sock, bytes_, err, common::Follow::kMore)
+                                  .run([this](std::size_t left) noexcept {
+                                      return begin_up_to(bytes_.size() - left);
+                                  });
+        if (result == kOk) begin_up_to(bytes_.size());
+        end(result);
+        return result;
+    }
+
+private:
+    // Begins the units that start at or below `offset`. Returns whether there are any.
+    bool begin_up_to(std::size_t offset) noexcept {
         const std::size_t before = next_;
         while (next_ <= offset && next_ < bytes_.size()) {
+            end(kOk);
+            if (clock_ == kRestarts) SMTP_SetStartTime();
+            outer_.emplace("SMTP_s0000", "SMTP_sFFFF");
+            inner_.emplace("smtp0e00", "smtp0eFF");
             const std::size_t length = std::min(length_of_(count_++), bytes_.size() - next_);
-            trace_.note("smtp0e05", std::string_view(bytes_.data() + next_, length));
+            inner_->note("smtp0e05", std::string_view(bytes_.data() + next_, length));
             next_ += length;
         }
         return next_ != before;
     }
 
-private:
+    void end(Result result) noexcept {
+        if (!inner_) return;
+        result == kOk ? inner_->leave(result) : inner_->fail("smtp0e10", result);
+        outer_->leave(result);
+        inner_.reset();
+        outer_.reset();
+    }
+
     std::span<const char> bytes_;
     LengthOf length_of_;
-    TraceScope& trace_;
+    Clock clock_;
+    std::optional<TraceScope> outer_, inner_;
     std::size_t next_ = 0;  // where the next unit begins
     std::size_t count_ = 0;
 };
@@ -206,37 +234,17 @@ private:
 
 std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
                          std::uint32_t* err) noexcept {
-    TraceScope trace("smtp0eB0", "smtp0eBF");
-    if (bytes.empty()) return trace.leave(kOk);
-    Units units(
-        bytes, [block](std::size_t) { return block; }, trace);
-    const auto begin_block = [&](std::size_t left) noexcept {
-        const bool begun = units.reach(bytes.size() - left);
-        if (begun) SMTP_SetStartTime();
-        return begun;
-    };
-    begin_block(bytes.size());
-    const Result result = Outgoing(sock, bytes, err, common::Follow::kMore).run(begin_block);
-    if (result != kOk) return trace.fail("smtp0eB1", result);
-    units.reach(bytes.size());
-    return trace.leave(kOk);
+    const auto length = [block](std::size_t) { return block; };
+    return Units(bytes, length, kRestarts).send(sock, err);
 }
 
 std::int32_t send_lines(int sock, std::span<const std::string_view> lines,
                         std::uint32_t* err) noexcept {
-    TraceScope trace("smtp0eL0", "smtp0eLF");
-    if (lines.empty()) return trace.leave(kOk);
+    if (lines.empty()) return kOk;
     const std::span<const char> bytes(lines.front().data(),
                                       lines.back().data() + lines.back().size());
-    Units units(
-        bytes, [lines](std::size_t n) { return lines[n].size(); }, trace);
-    units.reach(0);
-    const Result result = Outgoing(sock, bytes, err).run([&](std::size_t left) noexcept {
-        return units.reach(bytes.size() - left);
-    });
-    if (result != kOk) return trace.fail("smtp0eL1", result);
-    units.reach(bytes.size());
-    return trace.leave(kOk);
+    const auto length = [lines](std::size_t n) { return lines[n].size(); };
+    return Units(bytes, length, kRunsOn).send(sock, err);
 }
 
 }  // namespace ovrmail::smtp

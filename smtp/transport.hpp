@@ -8,7 +8,7 @@
 
 namespace ovrmail::smtp {
 
-// Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and detail
+// Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and trace
 // records as one SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. When
 // the server takes only part, the clock restarts as the blocks go out, so each block has the whole
 // budget. Nothing to send is success. Results and error word as SMTP_send.
