@@ -17,6 +17,12 @@ inline constexpr std::uint32_t kLevelFailure = 0;
 inline constexpr std::uint32_t kLevelFrame = 1;
 inline constexpr std::uint32_t kLevelDetail = 2;
 
+// Detail outside a frame.
+inline void note(const char* point, std::string_view bytes, TraceHandle* trace = g_trace) noexcept {
+    if (trace == nullptr) return;
+    Twrite(trace, kLevelDetail, point, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+}
+
 class TraceScope {
 public:
     TraceScope(const char* entry, const char* exit, TraceHandle* trace = g_trace) noexcept

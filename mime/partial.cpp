@@ -1,7 +1,7 @@
 // partial.cpp - SMTP_sendData_Partial: one message/partial piece behind a header of its own.
 //
 // Called once per piece, between DATA and the end mark. The header lines gather in the output block
-// and leave together, each still a send of its own to the clock and the trace. RFC 2046 section
+// and leave in two blocks, each line still a send of its own to the trace. RFC 2046 section
 // 5.2.2.
 #include <algorithm>
 #include <array>
@@ -22,8 +22,8 @@ namespace {
 // Collects header lines; a text that ends in LF ends its line. What would not fit goes out first.
 class LineSender {
 public:
-    LineSender(int sock, log::TraceScope& trace, std::uint32_t* err) noexcept
-        : sock_(sock), trace_(trace), err_(err), block_(output_block()) {}
+    LineSender(int sock, std::uint32_t* err) noexcept
+        : sock_(sock), err_(err), block_(output_block()) {}
 
     // Names the trace point of the lines that follow.
     void at(const char* point) noexcept { point_ = point; }
@@ -54,16 +54,14 @@ public:
 private:
     void end_line() noexcept {
         const std::string_view line(block_.data() + start_, used_ - start_);
-        trace_.note(point_, line);
-        lines_[count_++] = line;
+        lines_[count_++] = {point_, line};
         start_ = used_;
     }
 
     int sock_;
-    log::TraceScope& trace_;
     std::uint32_t* err_;
     std::span<char> block_;
-    std::array<std::string_view, 64> lines_;
+    std::array<smtp::TracedLine, 64> lines_;
     std::size_t count_ = 0;
     std::size_t start_ = 0;  // of the line being collected
     std::size_t used_ = 0;
@@ -84,6 +82,7 @@ void put_addresses(LineSender& lines, const Piece& piece) noexcept {
     const TextSink out(lines);
     lines.at("smtp1415");
     put_date(out);
+    SMTP_SetStartTime();
     lines.at("smtp1420");
     put_line(out, "From: ", piece.from);
     lines.at("smtp1425");
@@ -101,6 +100,7 @@ void put_names(LineSender& lines, const Piece& piece) noexcept {
     put_subject(out, piece.subject);
     common::format_into(numbers, " [%d/%d]\r\n", piece.number, piece.total);
     lines.put(numbers.data());
+    lines.send();  // the trace of making the identifier stands behind these lines
     lines.at("smtp1440");
     put_message_id(out);
     lines.at("smtp1445");
@@ -119,8 +119,7 @@ std::int32_t send_piece(int sock, const char* bytes, std::int32_t length, const 
                         std::uint32_t* err) noexcept {
     log::TraceScope trace("smtp1400", "smtp14FF");
     SMTP_SetTimeOut(g_stMailTimeout.ulSendDataTimeOut);
-    SMTP_SetStartTime();
-    LineSender lines(sock, trace, err);
+    LineSender lines(sock, err);
     put_addresses(lines, piece);
     put_names(lines, piece);
     std::int32_t result = lines.send();

@@ -178,13 +178,18 @@ private:
 
 enum Clock : bool { kRunsOn, kRestarts };  // what the clock does when a unit begins
 
-// A buffer that leaves in units, `length_of(n)` bytes for unit n. Each has the trace records of an
+struct Unit {
+    std::size_t length;
+    const char* point;  // null: not noted
+};
+
+// A buffer that leaves in units, `unit_of(n)` being unit n. Each has the trace records of an
 // SMTP_send of its own, written as it begins and ends.
-template <class LengthOf>
+template <class UnitOf>
 class Units {
 public:
-    Units(std::span<const char> bytes, LengthOf length_of, Clock clock) noexcept
-        : bytes_(bytes), length_of_(length_of), clock_(clock) {}
+    Units(std::span<const char> bytes, UnitOf unit_of, Clock clock) noexcept
+        : bytes_(bytes), unit_of_(unit_of), clock_(clock) {}
 
     Result send(int sock, std::uint32_t* err) noexcept {
         if (bytes_.empty()) return kOk;
@@ -205,11 +210,14 @@ private:
         while (next_ <= offset && next_ < bytes_.size()) {
             end(kOk);
             if (clock_ == kRestarts) SMTP_SetStartTime();
+            const Unit unit = unit_of_(count_++);
+            const std::string_view text(bytes_.data() + next_,
+                                        std::min(unit.length, bytes_.size() - next_));
+            if (unit.point != nullptr) log::note(unit.point, text);
             outer_.emplace("SMTP_s0000", "SMTP_sFFFF");
             inner_.emplace("smtp0e00", "smtp0eFF");
-            const std::size_t length = std::min(length_of_(count_++), bytes_.size() - next_);
-            inner_->note("smtp0e05", std::string_view(bytes_.data() + next_, length));
-            next_ += length;
+            inner_->note("smtp0e05", text);
+            next_ += text.size();
         }
         return next_ != before;
     }
@@ -223,7 +231,7 @@ private:
     }
 
     std::span<const char> bytes_;
-    LengthOf length_of_;
+    UnitOf unit_of_;
     Clock clock_;
     std::optional<TraceScope> outer_, inner_;
     std::size_t next_ = 0;  // where the next unit begins
@@ -234,17 +242,16 @@ private:
 
 std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
                          std::uint32_t* err) noexcept {
-    const auto length = [block](std::size_t) { return block; };
-    return Units(bytes, length, kRestarts).send(sock, err);
+    const auto unit = [block](std::size_t) { return Unit{block, nullptr}; };
+    return Units(bytes, unit, kRestarts).send(sock, err);
 }
 
-std::int32_t send_lines(int sock, std::span<const std::string_view> lines,
-                        std::uint32_t* err) noexcept {
+std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept {
     if (lines.empty()) return kOk;
-    const std::span<const char> bytes(lines.front().data(),
-                                      lines.back().data() + lines.back().size());
-    const auto length = [lines](std::size_t n) { return lines[n].size(); };
-    return Units(bytes, length, kRunsOn).send(sock, err);
+    const std::string_view last = lines.back().text;
+    const std::span<const char> bytes(lines.front().text.data(), last.data() + last.size());
+    const auto unit = [lines](std::size_t n) { return Unit{lines[n].text.size(), lines[n].point}; };
+    return Units(bytes, unit, kRunsOn).send(sock, err);
 }
 
 }  // namespace ovrmail::smtp

@@ -16,9 +16,13 @@ namespace ovrmail::smtp {
 std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
                          std::uint32_t* err) noexcept;
 
-// Sends `lines`, which must lie one behind the other in memory, as one SMTP_send for each would
-// (no empty ones; the clock runs on). Results and error word as SMTP_send.
-std::int32_t send_lines(int sock, std::span<const std::string_view> lines,
-                        std::uint32_t* err) noexcept;
+struct TracedLine {
+    const char* point;  // under which the line is noted before it is sent
+    std::string_view text;
+};
+
+// Sends `lines`, which must lie one behind the other in memory, as a note and one SMTP_send for
+// each would (no empty ones; the clock runs on). Results and error word as SMTP_send.
+std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::smtp

@@ -222,7 +222,9 @@ TEST(SendLines, EachLineIsARecordAndHasItsOwnCounts) {
     TraceCapture trace;
     const std::string text = "Date: x\r\nFrom: y\r\n\r\n";
     const std::string_view all(text);
-    const std::string_view lines[] = {all.substr(0, 9), all.substr(9, 9), all.substr(18)};
+    const ovrmail::smtp::TracedLine lines[] = {{"LINE0010", all.substr(0, 9)},
+                                               {"LINE0020", all.substr(9, 9)},
+                                               {"LINE0030", all.substr(18)}};
     for (int line = 0; line < 2; ++line) {
         pair.plan("send", 5, {-1, EINTR});
         pair.plan("send", 1, {9});
@@ -231,6 +233,7 @@ TEST(SendLines, EachLineIsARecordAndHasItsOwnCounts) {
     EXPECT_EQ(pair.heard(), text);
     EXPECT_EQ(trace.count("smtp0e05XXXXFrom: y\r\nEEEE"), 1);
     EXPECT_EQ(trace.count("smtp0e05"), 3);
+    EXPECT_EQ(trace.count("LINE0020XXXXFrom: y\r\nEEEE"), 1);
 }
 
 TEST(Budget, Arithmetic) {

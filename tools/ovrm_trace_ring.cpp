@@ -116,9 +116,12 @@ private:
         return at;
     }
     [[nodiscard]] std::size_t head_before(std::size_t at) const {
-        while (at-- != 0) {
-            at = view_.rfind(kStart, at);
-            if (at == npos || is_head(at)) return at;
+        std::size_t end = std::min(at + kStart.size() - 1, view_.size());
+        while (const void* const last = ::memrchr(view_.data(), kStart.back(), end)) {
+            end = static_cast<std::size_t>(static_cast<const char*>(last) - view_.data());
+            if (end + 1 < kStart.size()) break;
+            const std::size_t start = end + 1 - kStart.size();
+            if (view_.substr(start).starts_with(kStart) && is_head(start)) return start;
         }
         return npos;
     }

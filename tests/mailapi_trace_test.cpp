@@ -1,0 +1,296 @@
+// What a send leaves in its ring: the trace points of each road in order, from which the road can
+// be read again, and never a password. Written with every detail on.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "common/base64.hpp"
+#include "mime.h"
+#include "support/roads.hpp"
+#include "tools/ovrm_trace_ring.hpp"
+
+namespace {
+
+using namespace support;
+using ovrm_trace::Record;
+
+std::string the_ring() {
+    const auto rings = files_in(kTraceDir);
+    EXPECT_EQ(rings.size(), 1U);
+    return read_file(std::string(kTraceDir) + "/" + rings.at(0));
+}
+
+class SendTrace : public testing::Test {
+protected:
+    void SetUp() override {
+        std::array<char, 512> id{};
+        SMTP_MakeMsgId(id.data());  // the host name is looked up, and traced, once only
+        write_file("/etc/opt/Quorvin/trc_conf", "[ACERT]\nTRACELEVEL=2\nTRACESIZE=500\n");
+        forget();
+    }
+    void TearDown() override { std::filesystem::remove("/etc/opt/Quorvin/trc_conf"); }
+    static void forget() {
+        for (const auto& ring : files_in(kTraceDir))
+            std::filesystem::remove(std::string(kTraceDir) + "/" + ring);
+    }
+};
+
+// Steps that occur again and again, in terms of those above them.
+constexpr std::array<std::array<std::string_view, 2>, 26> kSteps{{
+    {"clock", "SETSTART0000 SETSTARTFFFF"},
+    {"phase", "SETIMEO0000 SETIMEOFFFF {clock}"},
+    {"line", "smtp0f00 GETSLCT0000 GETSLCTFFFF smtp0f05 smtp0fFF"},
+    {"send", "SMTP_s0000 smtp0e00 smtp0e05 smtp0eFF SMTP_sFFFF"},
+    {"exchange", "{send} smtp0d00 {line} smtp0dFF"},
+    {"start", "SNDEMAIL0000 EMAILAPI0000 SETTIME0000 SETTIMEFFFF READRMMAIL0000 READRMMAILFFFF"},
+    {"language", "GETLANG0000 GETLANGFFFF"},
+    {"name", "MKTMP0000 MKTMPFFFF"},
+    {"stage", "{language} MEMDATA0000 {name} MEMDATAFFFF GETSIZE0000 GETSIZEFFFF {name}"},
+    {"id", "mkmsgid0000 mkmsgidFFFF"},
+    {"date", "GETDIFF0000 GETDIFFFFFF"},
+    {"files", "smtp0700 smtp0717 smtp07FF smtp0700 smtp0717 smtp07FF"},
+    {"text", "{id} smtp0654 smtp06FF makeTop_FFFF {files}"},
+    {"compose", "makeTop_0000 smtp0600 {date} {text}"},
+    {"greet",
+     "smtp0000 smtp0005 {phase} getsmtp0000 getsmtpFFFF smtp00FF smtp0100 smtp0d00 {line} smtp0dFF "
+     "{clock} {send} AUTHR0000 {line} {clock} {line} AUTHRFFFF"},
+    {"transaction",
+     "SMTP0200-2 {phase} {exchange} {phase} {exchange} SMTP02FF-2 smtp0200 {phase} "
+     "{exchange} smtp02FF"},
+    {"accepted", "smtp0400 {phase} {exchange} smtp04FF"},
+    {"deliver", "{transaction} smtp0500 {phase} {send} smtp05FF {accepted}"},
+    {"quit", "SMTP0400-2 {phase} {exchange} SMTP04FF-2 ENDPROC0000 ENDPROCFFFF"},
+    {"part",
+     "smtp1400 SETIMEO0000 SETIMEOFFFF {date} {clock} smtp1415 {send} smtp1420 {send} smtp1425 "
+     "{send} "
+     "smtp1430 {send} {id} smtp1440 {send} smtp1445 {send} smtp1450 {send} smtp1465 {send} "
+     "{send} smtp14FF"},
+    {"reset", "RSET0000 {clock} {exchange} RSETFFFF"},
+    {"failed", "ENDPROC0000 ENDPROCFFFF GETSMTP0000 GETSMTPFFFF"},
+    {"popline", "Pop3_0a00 Pop3_0c00 PGTSTO0000 PGTSTOFFFF Pop3_0c05 Pop3_0cff Pop3_0aff"},
+    {"poptalk", "Pop3_0b00 Pop3_0b05 Pop3_0bff {popline}"},
+    {"poplogin",
+     "BEFORE0000 Pop3_Set0000 Pop3_SetFFFF Pop3_0100 getpop0000 getpopFFFF Pop3_03ff "
+     "Pop3_0400 {popline} {poptalk} Pop3_0b00 Pop3_0bff {popline}"},
+}};
+
+std::string expand(std::string text) {
+    for (std::size_t open = 0; (open = text.find('{')) != std::string::npos;) {
+        const std::size_t close = text.find('}', open);
+        const std::string name = text.substr(open + 1, close - open - 1);
+        const auto* const step = std::find_if(kSteps.begin(), kSteps.end(),
+                                              [&](const auto& row) { return row[0] == name; });
+        if (step == kSteps.end()) return "no step " + name;
+        text.replace(open, close - open + 1, (*step)[1]);
+    }
+    return text;
+}
+
+// The points in order. Further blocks of the same body and the records of a failing call's values
+// count as one.
+std::string points_of(const std::vector<Record>& records) {
+    std::string text;
+    for (const Record& record : records) {
+        const std::string point = (text.empty() ? "" : " ") + record.point;
+        if (!text.ends_with(point)) text += point;
+    }
+    const std::string block = " " + expand("{clock} {send}");
+    for (std::size_t at = 0; (at = text.find(block + block, at)) != std::string::npos;)
+        text.erase(at, block.size());
+    return text;
+}
+
+const struct {
+    const char* name;
+    Road road;
+    Script smtp_changes;
+    Script pop_changes;
+    std::int32_t result;
+    const char* points;
+} kRoads[] = {
+    {"plain",
+     kPlain,
+     {},
+     {},
+     0,
+     "{start} {stage} {compose} {greet} smtp01FF {deliver} {quit} EMAILAPIFFFF ACERTFFFF"},
+    {"plain, refused recipient",
+     kPlain,
+     {{"RCPT", "550 no\r\n"}},
+     {},
+     -6,
+     "{start} {stage} {compose} {greet} smtp01FF SMTP0200-2 {phase} {exchange} {phase} {exchange} "
+     "smtp0191 EMAILAPI0130 {failed} EMAILAPI00FF ACERTFFFF"},
+    {"authenticated",
+     kAuth,
+     {},
+     {},
+     0,
+     "{start} CHKCERT0000 CHKCERTFFFF CAUTH0000 CAUTHFFFF {stage} {compose} {greet} GTAINF0000 "
+     "GTAINF0010 GTAINFFFFF INIAH0000 INCRAM0000 {clock} {exchange} AHCRAM0000 AHCRAMFFFF {clock} "
+     "{exchange} INCRAMFFFF INIAHFFFF smtp01FF {deliver} {quit} EMAILAPIFFFF ACERTFFFF"},
+    {"authentication refused",
+     kAuth,
+     {{"dXNlci", "535 no\r\n"}, {"MAIL", "530 no\r\n"}},
+     {},
+     -25,
+     "{start} CHKCERT0000 CHKCERTFFFF CAUTH0000 CAUTHFFFF {stage} {compose} {greet} GTAINF0000 "
+     "GTAINF0010 GTAINFFFFF INIAH0000 INCRAM0000 {clock} {exchange} AHCRAM0000 AHCRAMFFFF {clock} "
+     "{exchange} INCRAM0030 INIAH0030 smtp0125 SMTP0200-2 {phase} {exchange} smtp0145 "
+     "EMAILAPI0130 {failed} EMAILAPI00FF ACERTFFFF"},
+    {"pieces",
+     kPartial,
+     {},
+     {},
+     0,
+     "{start} {stage} makeTop_0000 smtp0600 {text} smtp1000 smtp10FF smtp1000 smtp1030 smtp10FF "
+     "smtp1000 smtp1030 smtp10FF smtp1000 smtp1011 smtp10FF smtp1000 smtp1011 smtp10FF smtp1500 "
+     "smtp15FF {greet} smtp01FF "
+     "{transaction} smtp1000 smtp10FF {part} {accepted} {reset} "
+     "{transaction} smtp1000 smtp1030 smtp10FF {part} {accepted} {reset} "
+     "{transaction} smtp1000 smtp1030 smtp10FF {part} {accepted} {reset} "
+     "{transaction} smtp1000 smtp1011 smtp10FF {part} {accepted} {reset} "
+     "{quit} EMAILAPIFFFF ACERTFFFF"},
+    {"piece refused",
+     kPartial,
+     {{kBody, "552 no\r\n"}},
+     {},
+     -6,
+     "{start} {stage} makeTop_0000 smtp0600 {text} smtp1000 smtp10FF smtp1000 smtp1030 smtp10FF "
+     "smtp1000 smtp1030 smtp10FF smtp1000 smtp1011 smtp10FF smtp1000 smtp1011 smtp10FF smtp1500 "
+     "smtp15FF {greet} smtp01FF {transaction} smtp1000 smtp10FF {part} smtp0400 {phase} {exchange} "
+     "smtp0410 EMAILAPI0190 {failed} EMAILAPI00FF ACERTFFFF"},
+    {"POP first",
+     kPop,
+     {},
+     {},
+     0,
+     "{start} CHKCERT0000 CHKCERTFFFF {poplogin} Pop3_07ff Pop3_0900 {poptalk} Pop3_09ff Pop3_0800 "
+     "{poptalk} Pop3_08ff BEFOREFFFF {stage} {compose} {greet} smtp01FF {deliver} {quit} "
+     "EMAILAPIFFFF ACERTFFFF"},
+    {"POP password refused",
+     kPop,
+     {},
+     {{"PASS", "-ERR no\r\n"}},
+     -15,
+     "{start} CHKCERT0000 CHKCERTFFFF {poplogin} Pop3_0610 BEFORE0030 EMAILAPI1030 EMAILAPI00FF "
+     "ACERTFFFF"},
+    {"prepared",
+     kPrepared,
+     {},
+     {},
+     0,
+     "{start} {language} EMLSMIME0000 {name} SmimeFil0000 SmimeFilFFFF SmimeFil0000 SmimeFilFFFF "
+     "{greet} smtp01FF {deliver} {quit} EMLSMIMEFFFF EMAILAPIFFFF ACERTFFFF"},
+    {"prepared, DATA refused",
+     kPrepared,
+     {{"DATA", "451 no\r\n"}},
+     {},
+     -6,
+     "{start} {language} EMLSMIME0000 {name} SmimeFil0000 SmimeFilFFFF SmimeFil0000 SmimeFilFFFF "
+     "{greet} smtp01FF SMTP0200-2 {phase} {exchange} {phase} {exchange} SMTP02FF-2 smtp0200 "
+     "{phase} {exchange} smtp0210 EMAILAPI0140 {failed} EMLSMIME0050 EMAILAPI2010 EMAILAPI00FF "
+     "ACERTFFFF"},
+};
+
+std::int32_t number_of(const Record& record) {
+    std::int32_t number = 0;
+    EXPECT_EQ(record.data.size(), sizeof number) << record.point;
+    std::memcpy(&number, record.data.data(), std::min(record.data.size(), sizeof number));
+    return number;
+}
+
+TEST_F(SendTrace, ShowsTheRoad) {
+    for (const auto& road : kRoads) {
+        SCOPED_TRACE(road.name);
+        forget();
+        Journey journey(road.road, road.smtp_changes, road.pop_changes);
+        EXPECT_EQ(journey.run().result, road.result);
+        const auto ring = ovrm_trace::read_ring(the_ring());
+        EXPECT_EQ(ring.problem, "");
+        EXPECT_EQ(points_of(ring.records), expand(road.points));
+        ASSERT_FALSE(ring.records.empty());
+        EXPECT_EQ(number_of(ring.records.back()), road.result);
+        // What ends with a result carries it: no exit of a success is negative.
+        for (const Record& record : ring.records) {
+            if (record.data.empty() || !record.point.ends_with("FF")) continue;
+            EXPECT_GE(number_of(record), road.result) << record.point;
+        }
+    }
+}
+
+std::string base64(std::string_view text) {
+    std::string out(ovrmail::common::base64_length(text.size()), '\0');
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    ovrmail::common::base64_encode({bytes, text.size()}, out.data());
+    return out;
+}
+
+std::string lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+// The form in which `bytes` show the secret, or "".
+std::string form_of(const std::string& secret, const std::string& bytes) {
+    if (bytes.find(secret) != std::string::npos) return "raw";
+    for (std::size_t before = 0; before < 3; ++before) {
+        // The characters that depend on the secret alone: whole groups within it.
+        const std::string code = base64(std::string(before, 'x') + secret);
+        const std::size_t first = before == 0 ? 0 : 4;
+        const std::size_t whole = (before + secret.size()) / 3 * 4;
+        if (bytes.find(code.substr(first, whole - first)) != std::string::npos)
+            return "base64 at " + std::to_string(before);
+    }
+    std::string hex;
+    for (const unsigned char c : secret) {
+        hex += "0123456789abcdef"[c >> 4];
+        hex += "0123456789abcdef"[c & 15];
+    }
+    return lower(bytes).find(hex) != std::string::npos ? "hex" : "";
+}
+
+TEST_F(SendTrace, HoldsNoPassword) {
+    const std::string secret = "tR0ub4dor&3xyz";
+    const struct {
+        const char* name;
+        Road road;
+        std::uint32_t mechanism;
+        const char* goes_as;  // how the server gets it
+        Script smtp_changes;
+        Script pop_changes;
+    } cases[] = {
+        {"CRAM-MD5", kAuth, 4, "", {}, {}},
+        {"PLAIN", kAuth, 2, "base64 at 1", {}, {}},
+        {"LOGIN", kAuth, 1, "base64 at 0", {{base64(secret), "235 ok\r\n"}}, {}},
+        {"CRAM-MD5 refused", kAuth, 4, "", {{"dXNlci", "535 no\r\n"}}, {}},
+        {"PLAIN refused", kAuth, 2, "base64 at 1", {{"AUTH PLAIN", "535 no\r\n"}}, {}},
+        {"LOGIN refused", kAuth, 1, "base64 at 0", {{base64(secret), "535 no\r\n"}}, {}},
+        {"LOGIN cut off", kAuth, 1, "base64 at 0", {{base64(secret), "", Then::kReset}}, {}},
+        {"POP", kPop, 0, "raw", {}, {}},
+        {"POP refused", kPop, 0, "raw", {}, {{"PASS", "-ERR no\r\n"}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        forget();
+        Journey journey(c.road, c.smtp_changes, c.pop_changes);
+        secret.copy(journey.mail.account.szPassword, secret.size());
+        secret.copy(journey.mail.pop.szPassword, secret.size());
+        journey.mail.account.ulMechanisms = c.mechanism;
+        journey.run();
+        auto& server = c.road == kPop ? journey.pop : journey.smtp;
+        EXPECT_EQ(form_of(secret, server.received()), c.goes_as) << "not what is looked for";
+        EXPECT_EQ(form_of(secret, the_ring()), "");
+        EXPECT_EQ(form_of(secret, read_file(log_path())), "");
+        EXPECT_NE(read_file(log_path()).find("******"), std::string::npos);
+        EXPECT_NE(the_ring().find(c.mechanism == 1 ? "dXNlcg==" : ""), std::string::npos);
+    }
+}
+
+}  // namespace
