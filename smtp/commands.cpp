@@ -3,8 +3,6 @@
 //
 // Each installs the budget of its phase, so that a slow step does not eat the next one's time.
 // RFC 5321 4.1.1.2 to 4.1.1.5 and 4.1.1.10; time-outs 4.5.3.2.
-#include <array>
-
 #include "common/error_word.hpp"
 #include "common/text.hpp"
 #include "log/trace_scope.hpp"
@@ -20,7 +18,7 @@ namespace {
 using common::set_error;
 using log::TraceScope;
 
-constexpr std::size_t kRecipientSize = 308;
+constexpr std::size_t kRecipientMax = 307;  // characters
 
 // What does not fit a command is refused on this side, as if the server had refused it.
 std::int32_t refuse(Result result, std::uint32_t* err) noexcept {
@@ -53,11 +51,10 @@ std::int32_t mail_from(int sock, const char* sender, std::uint32_t* err) noexcep
 }
 
 std::int32_t rcpt_to(int sock, std::string_view recipient, std::uint32_t* err) noexcept {
-    std::array<char, kRecipientSize> address{};
-    if (recipient.size() >= address.size()) return refuse(kRcptRefused, err);
-    common::copy_into(address, recipient);
+    if (recipient.size() > kRecipientMax) return refuse(kRcptRefused, err);
     start_budget(g_stMailTimeout.ulRcptToTimeOut);
-    const int length = common::format_into(command_buffer(), "RCPT TO:<%s>\r\n", address.data());
+    const int length = common::format_into(command_buffer(), "RCPT TO:<%.*s>\r\n",
+                                           static_cast<int>(recipient.size()), recipient.data());
     return say_formatted(sock, length, kRcptRefused, err);
 }
 
