@@ -19,7 +19,15 @@ configure_package_config_file(cmake/ovrmailConfig.cmake.in ovrmailConfig.cmake
   INSTALL_DESTINATION ${OVRMAIL_CMAKE_DIR}
   NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(ovrmailConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-configure_file(cmake/ovrmail.pc.in ovrmail.pc @ONLY)
+# The prefix is known only when installing: "cmake --install --prefix" may name another one.
+install(CODE "
+  set(version \"${PROJECT_VERSION}\")
+  set(description \"${PROJECT_DESCRIPTION}\")
+  set(libdir \"${CMAKE_INSTALL_LIBDIR}\")
+  set(includedir \"${CMAKE_INSTALL_INCLUDEDIR}\")
+  configure_file(\"${PROJECT_SOURCE_DIR}/cmake/ovrmail.pc.in\"
+                 \"${PROJECT_BINARY_DIR}/ovrmail.pc\" @ONLY)"
+  COMPONENT Development)
 install(FILES ${PROJECT_BINARY_DIR}/ovrmailConfig.cmake
               ${PROJECT_BINARY_DIR}/ovrmailConfigVersion.cmake
   DESTINATION ${OVRMAIL_CMAKE_DIR} COMPONENT Development)

@@ -15,7 +15,8 @@ import unittest
 from receiver import Receiver
 
 SOURCE, WORK = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
-BUILD, PACKAGES, STAGE, ROOT = (WORK / name for name in ("build", "packages", "stage", "root"))
+BUILD, PACKAGES, STAGE, PREFIX, ROOT = (
+    WORK / name for name in ("build", "packages", "stage", "prefix", "root"))
 # What the packages ask for, and what their scripts need.
 BASE = ["libc6", "libgcc-s1", "libstdc++6", "dash", "coreutils"]
 
@@ -70,10 +71,11 @@ def make_clean_root():
 class Installed(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        for place in (STAGE, ROOT):
+        for place in (STAGE, PREFIX, ROOT):
             shutil.rmtree(place, ignore_errors=True)
         run(SOURCE / "packaging/build_packages.sh", PACKAGES, BUILD)
         run("cmake", "--install", BUILD, env=dict(os.environ, DESTDIR=str(STAGE)))
+        run("cmake", "--install", BUILD, "--prefix", PREFIX)
         cls.library_dir = next(STAGE.glob("usr/lib/**/libovrmail.so")).parent
 
     def send(self, *program):
@@ -84,14 +86,19 @@ class Installed(unittest.TestCase):
             self.assertEqual(len(server.mails), 1)
 
     def test_pkg_config(self):
-        environment = dict(os.environ, PKG_CONFIG_SYSROOT_DIR=str(STAGE),
-                           PKG_CONFIG_LIBDIR=str(self.library_dir / "pkgconfig"))
-        flags = run("pkg-config", "--cflags", "--libs", "ovrmail", env=environment).split()
+        relative = self.library_dir.relative_to(STAGE / "usr") / "pkgconfig"
+        installs = {"destdir": dict(PKG_CONFIG_SYSROOT_DIR=str(STAGE),
+                                    PKG_CONFIG_LIBDIR=str(STAGE / "usr" / relative)),
+                    "prefix": dict(PKG_CONFIG_LIBDIR=str(PREFIX / relative))}
         example = STAGE / "usr/share/doc/ovrmail/examples/plain.c"
-        for compiler, source in (("cc", example), ("c++", SOURCE / "tests/users/consumer/main.cpp")):
-            program = WORK / ("pkg_config_" + compiler)
-            run(compiler, "-Wall", "-Wextra", "-Werror", source, "-o", program, *flags)
-            self.send(program)
+        for name, variables in installs.items():
+            flags = run("pkg-config", "--cflags", "--libs", "ovrmail",
+                        env=dict(os.environ, **variables)).split()
+            for compiler, source in (("cc", example),
+                                     ("c++", SOURCE / "tests/users/consumer/main.cpp")):
+                program = WORK / f"{name}_{compiler}"
+                run(compiler, "-Wall", "-Wextra", "-Werror", source, "-o", program, *flags)
+                self.send(program)
 
     def test_find_package(self):
         build = WORK / "consumer"
