@@ -14,8 +14,8 @@
 #include "file_util.h"
 #include "log/directories.hpp"
 #include "log/mail_log_handle.hpp"
+#include "log/settings.hpp"
 #include "mail_log.h"
-#include "profile.h"
 #include "trace.h"
 
 namespace ovrmail::log {
@@ -38,20 +38,12 @@ struct Setting {
 constexpr Setting kSize{"LOGSIZE", 10, 100, 20, false};
 constexpr Setting kNumber{"LOGNUM", 5, 100, 20, true};
 
-std::uint32_t read_setting(MailProfile* profile, const Setting& setting) noexcept {
-    if (profile == nullptr) return setting.fallback;
-    const auto value = static_cast<std::uint32_t>(Com_GetPrivateProfileInt(
-        profile, "LOG", setting.key, static_cast<std::int32_t>(setting.fallback),
-        common::paths::kTraceConfig));
+std::uint32_t read_setting(const Settings& settings, const Setting& setting) noexcept {
+    if (!settings.valid()) return setting.fallback;
+    const auto value = static_cast<std::uint32_t>(
+        settings.get("LOG", setting.key, static_cast<std::int32_t>(setting.fallback)));
     if (value == 0 && setting.zero_allowed) return value;
     return value >= setting.lowest && value <= setting.highest ? value : setting.fallback;
-}
-
-void read_settings(MailLogHandle& log) noexcept {
-    MailProfile* const profile = Com_OpenPrivateProfile(common::paths::kTraceConfig, 0);
-    log.size_kb = read_setting(profile, kSize);
-    log.number = read_setting(profile, kNumber);
-    if (profile != nullptr) (void)Com_ClosePrivateProfile(profile, nullptr);
 }
 
 using Path = std::array<char, 1028 + 12>;
@@ -95,16 +87,20 @@ bool open_file(MailLogHandle& log) noexcept {
 }
 
 }  // namespace
-}  // namespace ovrmail::log
 
-using namespace ovrmail;
-
-MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
+MailLogHandle* open_mail_log(const Settings& settings) noexcept {
     common::HeapPtr<MailLogHandle> log(
         static_cast<MailLogHandle*>(std::calloc(1, sizeof(MailLogHandle))));
     if (log == nullptr) return nullptr;
-    log::read_settings(*log);
-    if (log->number == 0 || !log::open_file(*log)) return nullptr;
-    log::write_opening_banner(*log);
+    log->size_kb = read_setting(settings, kSize);
+    log->number = read_setting(settings, kNumber);
+    if (log->number == 0 || !open_file(*log)) return nullptr;
+    write_opening_banner(*log);
     return log.release();
+}
+
+}  // namespace ovrmail::log
+
+MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
+    return ovrmail::log::open_mail_log(ovrmail::log::Settings());
 }

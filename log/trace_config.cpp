@@ -3,49 +3,38 @@
 
 #include <span>
 
-#include "common/paths.hpp"
 #include "common/text.hpp"
 #include "log/directories.hpp"
-#include "profile.h"
+#include "log/settings.hpp"
 #include "trace.h"
 
 namespace ovrmail::log {
 namespace {
 
-using common::paths::kTraceConfig;
-
 constexpr std::size_t kNameSize = 1025;
 
-// Settings of one section, read from an open profile.
-struct Section {
-    MailProfile* profile;
-    const char* name;
-
-    [[nodiscard]] std::int32_t get(const char* key, std::int32_t fallback) const noexcept {
-        return Com_GetPrivateProfileInt(profile, name, key, fallback, kTraceConfig);
-    }
-};
-
 }  // namespace
+
+std::int32_t trace_info(const Settings& settings, const char* section, std::int32_t* size_kb,
+                        std::int32_t* level, std::int32_t* number) noexcept {
+    if (!settings.valid() || size_kb == nullptr || level == nullptr || number == nullptr) return -1;
+    const std::int32_t new_size = settings.get(section, "TRACESIZE", *size_kb);
+    const std::int32_t new_level = settings.get(section, "TRACELEVEL", *level);
+    const std::int32_t new_number = settings.get(section, "TRACENUM", *number);
+    if (new_size <= 0 || new_level < 0 || new_number < 0) return -1;
+    *size_kb = new_size;
+    *level = new_level;
+    *number = new_number;
+    return 0;
+}
+
 }  // namespace ovrmail::log
 
 using namespace ovrmail;
 
 std::int32_t GetTraceInfo(const char* section, std::uint32_t /*unused*/, std::int32_t* size_kb,
                           std::int32_t* level, std::int32_t* number) noexcept {
-    if (size_kb == nullptr || level == nullptr || number == nullptr) return -1;
-    MailProfile* const profile = Com_OpenPrivateProfile(log::kTraceConfig, 0);
-    if (profile == nullptr) return -1;
-    const log::Section settings{profile, section};
-    const std::int32_t new_size = settings.get("TRACESIZE", *size_kb);
-    const std::int32_t new_level = settings.get("TRACELEVEL", *level);
-    const std::int32_t new_number = settings.get("TRACENUM", *number);
-    (void)Com_ClosePrivateProfile(profile, nullptr);
-    if (new_size <= 0 || new_level < 0 || new_number < 0) return -1;
-    *size_kb = new_size;
-    *level = new_level;
-    *number = new_number;
-    return 0;
+    return log::trace_info(log::Settings(), section, size_kb, level, number);
 }
 
 void Trc_GetSizeLevel(const char* section, std::int32_t* size_kb, std::int32_t* level) noexcept {
@@ -54,12 +43,10 @@ void Trc_GetSizeLevel(const char* section, std::int32_t* size_kb, std::int32_t* 
     if (size_kb == nullptr || level == nullptr) return;
     *size_kb = kDefaultSize;
     *level = 0;
-    MailProfile* const profile = Com_OpenPrivateProfile(log::kTraceConfig, 0);
-    if (profile == nullptr) return;
-    const log::Section settings{profile, section};
-    *size_kb = settings.get("TRACESIZE", kDefaultSize);
-    *level = settings.get("TRACELEVEL", 0);
-    (void)Com_ClosePrivateProfile(profile, nullptr);
+    const log::Settings settings;
+    if (!settings.valid()) return;
+    *size_kb = settings.get(section, "TRACESIZE", kDefaultSize);
+    *level = settings.get(section, "TRACELEVEL", 0);
     if (static_cast<std::uint32_t>(*level) > kHighest) *level = kHighest;
 }
 

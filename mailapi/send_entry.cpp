@@ -6,6 +6,7 @@
 
 #include "common/paths.hpp"
 #include "common/text.hpp"
+#include "log/settings.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_api.h"
 #include "mail_log.h"
@@ -26,7 +27,6 @@ public:
         g_busy = 1;
         g_trace = nullptr;
         g_pLogHandle = nullptr;
-        g_trace = open_call_trace("ACERT", "acert", 1);
     }
     ~Session() {
         Tclose(g_trace);
@@ -50,10 +50,12 @@ std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient
     using namespace ovrmail;
     if (mailapi::g_busy != 0) return MAIL_E_BUSY;
     const mailapi::Session session;
+    const log::Settings settings;
+    g_trace = mailapi::open_call_trace(settings, "ACERT", "acert", 1);
     log::TraceScope trace("SNDEMAIL0000", "ACERTFFFF");
     std::array<char, mailapi::kPathSize> work_dir{};
     common::format_into(work_dir, common::paths::kWorkDirFormat, common::paths::kDataDir);
-    g_pLogHandle = MailLogOpen(0);
+    g_pLogHandle = log::open_mail_log(settings);
     return trace.leave(OvRm_SendEMailPartial_parts(
         0, recipients, recipient_count, parts, part_count, sender, subject, server, partial_flag,
         split, time_out, auth, detail, work_dir.data()));

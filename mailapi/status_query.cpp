@@ -61,7 +61,7 @@ using namespace ovrmail;
 using namespace ovrmail::mailapi;
 
 std::int32_t OvRm_GetStatusDovrin(std::uint32_t* status, std::uint32_t* err) noexcept {
-    TraceHandle* const handle = open_call_trace("AGETS", "agets", 0);
+    TraceHandle* const handle = open_call_trace(log::Settings(), "AGETS", "agets", 0);
     log::TraceScope trace("STATUS0000", "STATUSFFFF", handle);
     const std::int32_t rc = trace.leave(OvRm_GetStatusDovrin2(status, err, handle));
     Tclose(handle);

@@ -1,0 +1,38 @@
+// settings.hpp - the configuration file of trace and log, and the two functions that it configures.
+// A send makes one Settings for both, so that the file is read once.
+#pragma once
+
+#include "common/paths.hpp"
+#include "mail_log.h"
+#include "profile.h"
+
+namespace ovrmail::log {
+
+class Settings {
+public:
+    Settings() noexcept : profile_(Com_OpenPrivateProfile(common::paths::kTraceConfig, 0)) {}
+    ~Settings() {
+        if (profile_ != nullptr) (void)Com_ClosePrivateProfile(profile_, nullptr);
+    }
+    Settings(const Settings&) = delete;
+    Settings& operator=(const Settings&) = delete;
+
+    // False when memory ran out. A missing file is an empty one.
+    [[nodiscard]] bool valid() const noexcept { return profile_ != nullptr; }
+
+    [[nodiscard]] std::int32_t get(const char* section, const char* key,
+                                   std::int32_t fallback) const noexcept {
+        return Com_GetPrivateProfileInt(profile_, section, key, fallback,
+                                        common::paths::kTraceConfig);
+    }
+
+private:
+    MailProfile* profile_;
+};
+
+// GetTraceInfo and MailLogOpen with settings at hand.
+std::int32_t trace_info(const Settings& settings, const char* section, std::int32_t* size_kb,
+                        std::int32_t* level, std::int32_t* number) noexcept;
+MailLogHandle* open_mail_log(const Settings& settings) noexcept;
+
+}  // namespace ovrmail::log
