@@ -45,61 +45,44 @@ std::int32_t sign_in(ScriptedServer& server, const MailAuthAccount& mine, std::u
 }
 
 TEST(Auth, Dialogues) {
-    const Row cram_yes{kResponse, "235 ok\r\n"}, cram{"AUTH CRAM-MD5\r\n", kChallenge};
-    const Row no_cram{"AUTH CRAM-MD5\r\n", "504 no\r\n"}, plain{kPlain, "235 ok\r\n"};
-    const Row no_plain{kPlain, "535 no\r\n"}, login{"AUTH LOGIN\r\n", "334 VXNlcm5hbWU6\r\n"};
-    const Row login_user{"dGlt\r\n", "334 UGFzc3dvcmQ6\r\n"}, login_yes{kLoginPassword, "235\r\n"};
+    constexpr const char* kEvery = "LOGIN PLAIN CRAM-MD5";
+    const Row cram{"AUTH CRAM-MD5\r\n", kChallenge}, no_cram{"AUTH CRAM-MD5\r\n", "504 no\r\n"};
+    const Row cram_yes{kResponse, "235 ok\r\n"}, cram_no{kResponse, "535 no\r\n"};
+    const Row cram_lost{kResponse, "", Then::kClose};
+    const Row cram_long{"AUTH CRAM-MD5", "334 " + std::string(683, 'A') + "=\r\n"};
+    const Row plain{kPlain, "235 ok\r\n"}, no_plain{kPlain, "535 no\r\n"}, more{kPlain, "334 \r\n"};
+    const Row login{"AUTH LOGIN\r\n", "334 VXNlcm5hbWU6\r\n"}, no_login{"AUTH LOGIN", "504\r\n"};
+    const Row user{"dGlt\r\n", "334 UGFzc3dvcmQ6\r\n"}, no_user{"dGlt\r\n", "535 no\r\n"};
+    const Row login_yes{kLoginPassword, "235\r\n"}, login_no{kLoginPassword, "535 no\r\n"};
     const struct {
-        const char* name;
-        const char* capability;
-        std::uint32_t mask;
-        Script rows;
         std::int32_t result;
+        std::uint32_t mask;
+        const char* offered;  // behind "250-AUTH "
+        Script rows;
     } cases[] = {
-        {"best first", "250-AUTH LOGIN PLAIN CRAM-MD5\r\n", kAll, {cram, cram_yes}, 0},
-        {"then PLAIN", "250-AUTH LOGIN PLAIN CRAM-MD5\r\n", kAll, {no_cram, plain}, 0},
-        {"then LOGIN",
-         "250-AUTH LOGIN PLAIN CRAM-MD5\r\n",
-         kAll,
-         {no_cram, no_plain, login, login_user, login_yes},
-         0},
-        {"all refused",
-         "250-AUTH LOGIN PLAIN CRAM-MD5\r\n",
-         kAll,
-         {cram, {kResponse, "535 no\r\n"}, no_plain, {"AUTH LOGIN", "504 no\r\n"}},
-         3},
-        {"LOGIN user refused", "250-AUTH LOGIN\r\n", kAll, {login, {"dGlt", "535 no\r\n"}}, 3},
-        {"LOGIN password refused",
-         "250-AUTH LOGIN\r\n",
-         kAll,
-         {login, login_user, {kLoginPassword, "535 no\r\n"}},
-         3},
-        {"PLAIN asked for more", "250-AUTH PLAIN\r\n", kAll, {{kPlain, "334 \r\n"}}, 3},
-        {"caller's mask restricts", "250-AUTH LOGIN PLAIN\r\n", 2, {plain}, 0},
-        {"nothing in common", "250-AUTH PLAIN\r\n", 1, {}, 2},
-        {"no AUTH line", "250-SIZE\r\n", kAll, {}, 2},
-        {"older form only", "250-AUTH=LOGIN PLAIN\r\n", kAll, {}, 2},
-        {"keyword in lower case", "250-auth PLAIN\r\n", kAll, {}, 2},
-        {"mechanism in lower case", "250-AUTH plain LOGINX\r\n", 2, {}, 2},
-        {"last AUTH line counts", "250-AUTH PLAIN\r\n250-AUTH LOGIN\r\n", 2, {}, 2},
-        {"challenge too long",
-         "250-AUTH CRAM-MD5\r\n",
-         kAll,
-         {{"AUTH CRAM-MD5", "334 " + std::string(683, 'A') + "=\r\n"}},
-         3},
-        {"lost in between",
-         "250-AUTH LOGIN CRAM-MD5\r\n",
-         kAll,
-         {cram, {kResponse, "", Then::kClose}},
-         -4},
+        {0, kAll, kEvery, {cram, cram_yes}},
+        {0, kAll, kEvery, {no_cram, plain}},
+        {0, kAll, kEvery, {no_cram, no_plain, login, user, login_yes}},
+        {3, kAll, kEvery, {cram, cram_no, no_plain, no_login}},
+        {3, kAll, "LOGIN", {login, no_user}},
+        {3, kAll, "LOGIN", {login, user, login_no}},
+        {3, kAll, "PLAIN", {more}},
+        {3, kAll, "CRAM-MD5", {cram_long}},
+        {-4, kAll, "LOGIN CRAM-MD5", {cram, cram_lost}},
+        {0, MAIL_MECH_PLAIN, "LOGIN PLAIN CRAM-MD5", {plain}},
+        {2, MAIL_MECH_LOGIN, "PLAIN", {}},
+        {2, kAll, "\r\n250-AUTH=LOGIN PLAIN", {}},
+        {2, kAll, "\r\n250-auth PLAIN", {}},
+        {2, MAIL_MECH_PLAIN, "plain LOGINX", {}},
+        {2, MAIL_MECH_PLAIN, "PLAIN\r\n250-AUTH LOGIN", {}},  // the last line counts
     };
-    for (const auto& [name, capability, mask, rows, result] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& [result, mask, offered, rows] : cases) {
+        SCOPED_TRACE(std::string(offered) + " " + std::to_string(rows.size()));
         Faults faults;
         LogCapture log;
         TraceCapture trace;
-        Script script{{"", "220 hi\r\n"},
-                      {"EHLO", "250-hi\r\n" + std::string(capability) + "250 SIZE\r\n"}};
+        const std::string ehlo = "250-hi\r\n250-AUTH " + std::string(offered) + "\r\n250 SIZE\r\n";
+        Script script{{"", "220 hi\r\n"}, {"EHLO", ehlo}};
         script.insert(script.end(), rows.begin(), rows.end());
         ScriptedServer server(script);
         std::uint32_t err = 99;
@@ -117,10 +100,12 @@ TEST(Auth, Dialogues) {
     }
 }
 
-TEST(Auth, HeloOffersNone) {
-    ScriptedServer server(friendly({{"EHLO", "502 what\r\n"}}), {.any_order = true});
-    std::uint32_t err = 99;
-    EXPECT_EQ(sign_in(server, account(kAll, kUser, kPassword), &err), 2);
+TEST(Auth, NothingOffered) {
+    for (const char* const ehlo : {"502 what\r\n", "250-hi\r\n250 SIZE\r\n"}) {
+        ScriptedServer server(friendly({{"EHLO", ehlo}}), {.any_order = true});
+        std::uint32_t err = 99;
+        EXPECT_EQ(sign_in(server, account(kAll, kUser, kPassword), &err), 2);
+    }
 }
 
 // Fields that are full, without a NUL, and a line that is as long as a reply can be.
