@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.." || exit 1
 
 scripts/install_packages.sh build test check || exit 1
 list() { git ls-files --cached --others --exclude-standard -- "$@" | sort -u; }
+[ -n "$(list '*.cpp')" ] || { echo "check_style: git lists no source here"; exit 1; }
 
 check_format() { list '*.c' '*.h' '*.cpp' '*.hpp' | xargs clang-format --dry-run -Werror; }
 
