@@ -1,7 +1,6 @@
 // mime_support.cpp - see mime_support.hpp. The program is linked with --wrap for each of these.
 #include "mime_support.hpp"
 
-#include <fcntl.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -48,27 +47,4 @@ off_t __wrap_lseek(int fd, off_t offset, int whence) {
     if (fails(fake::kSeek)) return errno = ESPIPE, -1;
     return __real_lseek(fd, offset, whence);
 }
-}
-
-std::string times(std::size_t n, const std::string& text) {
-    std::string all;
-    while (n-- > 0) all += text;
-    return all;
-}
-
-MimeTest::MimeTest() : fd_(::open(dir_.file("composed").c_str(), O_RDWR | O_CREAT, 0600)) {
-    fake::libc = {.now = 1234567890, .node = "node.example"};
-    ::setenv("TZ", "UTC0", 1);
-}
-
-MimeTest::~MimeTest() { ::close(fd_); }
-
-std::string MimeTest::save(const std::string& name, const std::string& bytes) const {
-    support::write_file(dir_.file(name), bytes);
-    return dir_.file(name);
-}
-
-void MimeTest::restart(const std::string& bytes) const {
-    save("composed", bytes);
-    __real_lseek(fd_, 0, SEEK_SET);
 }

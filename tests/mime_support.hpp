@@ -2,8 +2,11 @@
 // clock that stands still, a host name, calls that fail on demand. What is not set is real.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <string>
 
@@ -31,18 +34,33 @@ struct Case {
     std::string wanted;
 };
 
-std::string times(std::size_t n, const std::string& text);
+inline std::string times(std::size_t n, const std::string& text) {
+    std::string all;
+    while (n-- > 0) all += text;
+    return all;
+}
 
 // A composition file of its own, on the host node.example, at Fri, 13 Feb 2009 23:31:30 UTC.
 class MimeTest : public testing::Test {
 protected:
-    MimeTest();
-    ~MimeTest() override;
-    std::string save(const std::string& name, const std::string& bytes) const;  // returns the path
-    void restart(const std::string& bytes = "") const;  // the file's content, position at 0
+    MimeTest() {
+        fake::libc = {.now = 1234567890, .node = "node.example"};
+        ::setenv("TZ", "UTC0", 1);
+    }
+    ~MimeTest() override { ::close(fd_); }
+
+    std::string save(const std::string& name, const std::string& bytes) const {
+        support::write_file(dir_.file(name), bytes);
+        return dir_.file(name);
+    }
+    void restart(const std::string& bytes = "") const {  // the file's content, position at 0
+        save("composed", bytes);
+        fake::libc.fail[fake::kSeek] = 0;
+        ::lseek(fd_, 0, SEEK_SET);
+    }
     [[nodiscard]] std::string composed() const { return support::read_file(dir_.file("composed")); }
 
     support::TempDir dir_;
-    int fd_;
+    int fd_ = ::open(dir_.file("composed").c_str(), O_RDWR | O_CREAT, 0600);
     std::uint32_t err_ = 0;
 };
