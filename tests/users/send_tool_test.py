@@ -63,7 +63,7 @@ class Sending(Scratch):
         self.assertEqual(mail["To"], "ops@b, night@c")
         self.assertEqual(mail["Subject"].replace(" ", ""), "試験〜")
         text, attached = mail.iter_parts()
-        self.assertEqual(text.get_content().replace("\r", "").rstrip("\n"), "一行目\n.二行目")
+        self.assertEqual(text.get_content().replace("\r", ""), "一行目\n.二行目\n\n")
         self.assertEqual(attached.get_content(), data)
 
     def test_results(self):
