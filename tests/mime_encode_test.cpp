@@ -153,6 +153,21 @@ TEST(Iso2022, Lines) {
     }
 }
 
+// Eight pairs are converted at once: each pair in each place comes out as it does alone.
+TEST(Iso2022, EightPairs) {
+    for (unsigned code = 0x8101; code <= 0xEFFF; ++code) {
+        const unsigned jis = SMTP_sjistojis(code);
+        if (jis == 0 || (code & 0xFF) == 0) continue;
+        const string pair{static_cast<char>(code >> 8), static_cast<char>(code)};
+        const string jis_pair{static_cast<char>(jis >> 8), static_cast<char>(jis)};
+        const std::size_t before = code % 8;
+        const string wanted =
+            "\x1b$B" + times(before, "$\"") + jis_pair + times(7 - before, "$\"") + "\x1b(J";
+        ASSERT_EQ(encode(SMTP_toISO2022, times(before, kA) + pair + times(7 - before, kA)),
+                  wanted.c_str());
+    }
+}
+
 TEST(Subject, IsFoldedAndEncoded) {
     const string twelve = "=?ISO-2022-JP?B?GyRC" + times(4, "JCIkIiQi") + "GyhK?=";
     const Case cases[] = {
