@@ -112,10 +112,9 @@ private:
 };
 
 // Reads the block at `offset` of a file of `length` bytes; what the file lacks becomes zero.
-bool load_block(int fd, std::uint64_t offset, std::uint64_t length,
-                std::span<char> block) noexcept {
-    const std::size_t there =
-        offset < length ? std::min<std::uint64_t>(block.size(), length - offset) : 0;
+bool load_block(int fd, std::size_t offset, std::uint64_t length, std::span<char> block) noexcept {
+    const std::uint64_t left = offset < length ? length - offset : 0;
+    const std::size_t there = left < block.size() ? static_cast<std::size_t>(left) : block.size();
     std::size_t filled = 0;
     while (filled < there) {
         const ssize_t got = retry_eintr(kNoLimit, [&] {
@@ -130,7 +129,7 @@ bool load_block(int fd, std::uint64_t offset, std::uint64_t length,
     return true;
 }
 
-bool store_block(int fd, std::uint64_t offset, std::span<const char> block) noexcept {
+bool store_block(int fd, std::size_t offset, std::span<const char> block) noexcept {
     const ssize_t put = retry_eintr(kNoLimit, [&] {
         return ::pwrite(fd, block.data(), block.size(), static_cast<off_t>(offset));
     });
@@ -138,19 +137,19 @@ bool store_block(int fd, std::uint64_t offset, std::span<const char> block) noex
 }
 
 // Copies the ring into a temporary file and back, padding it with zeros to its full size.
-bool settle_ring(const RingFile& file, std::uint64_t bytes, const char* path) noexcept {
+bool settle_ring(const RingFile& file, std::size_t bytes, const char* path) noexcept {
     TemporaryFile temporary;
     if (!temporary.create(path)) return false;
     std::array<char, kCopyBlock> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    const std::span<char> block(buffer.data(), std::min<std::uint64_t>(bytes, buffer.size()));
-    for (std::uint64_t at = 0; at < bytes; at += block.size()) {
-        const auto part = block.first(std::min<std::uint64_t>(block.size(), bytes - at));
+    const std::span<char> block(buffer.data(), std::min(bytes, buffer.size()));
+    for (std::size_t at = 0; at < bytes; at += block.size()) {
+        const auto part = block.first(std::min(block.size(), bytes - at));
         if (!load_block(file.fd.get(), at, file.length, part)) return false;
         if (!store_block(temporary.fd(), at, part)) return false;
     }
     const bool still_in_block = bytes == block.size();
-    for (std::uint64_t at = 0; at < bytes; at += block.size()) {
-        const auto part = block.first(std::min<std::uint64_t>(block.size(), bytes - at));
+    for (std::size_t at = 0; at < bytes; at += block.size()) {
+        const auto part = block.first(std::min(block.size(), bytes - at));
         if (!still_in_block && !load_block(temporary.fd(), at, bytes, part)) return false;
         if (!store_block(file.fd.get(), at, part)) return false;
     }
@@ -165,11 +164,12 @@ void settle_offset(const RingFile& file, unsigned char* mapping, std::size_t byt
 }
 
 bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) noexcept {
-    const std::uint64_t bytes = rounded_ring_bytes(size_kb);
-    if (bytes > UINT32_MAX) {  // its offsets would not fit the header
+    const std::uint64_t wanted = rounded_ring_bytes(size_kb);
+    if (wanted > UINT32_MAX) {  // its offsets would not fit the header
         errno = EFBIG;
         return false;
     }
+    const auto bytes = static_cast<std::size_t>(wanted);
     RingFile file;
     if (!open_ring_file(path, file) || !settle_ring(file, bytes, path)) return false;
     void* const mapping =

@@ -226,10 +226,10 @@ TEST_F(Profile, RandomFilesAndEditsAgreeWithTheModel) {
                                   std::string(1023, 'b')};
     const std::string names[] = {"a", "b", "aa", "", " ", std::string(67, 'a')};
     const std::string values[] = {"", "1", "a=b", std::string(3000, 'v')};
-    for (int round = 0; round < 400; ++round) {
+    for (std::uint32_t round = 0; round < 400; ++round) {
         std::string content;
         for (auto n = below(60); n > 0; --n) content += pieces[below(std::size(pieces))];
-        const std::uint32_t flags = round % 3 == 0 ? 0x21 : round % 3;
+        const std::uint32_t flags = round % 3 == 0 ? 0x21U : round % 3;
         MailProfile* const profile = open(content, flags);
         Model model(path_);
         for (auto n = below(30); n > 0 && flags != 0; --n) {

@@ -102,7 +102,7 @@ TEST_F(MailLog, BannersFrameACall) {
 TEST_F(MailLog, SizeDecidesBetweenContinuingAndRotating) {
     const struct {
         const char* size;
-        std::uintmax_t length;
+        std::size_t length;
         bool continued;
     } cases[] = {
         {"20", 19979, true},   {"20", 19980, false},   {"10", 9739, true},  {"10", 9740, false},

@@ -87,7 +87,7 @@ TEST_F(Reader, RoundTrip) {
             test_clock::now += random() % 3 == 0;
         }
         Tclose(trace);
-        expect_newest_of(fs::file_size(path));
+        expect_newest_of(static_cast<std::size_t>(fs::file_size(path)));
     }
 }
 

@@ -35,7 +35,8 @@ std::string local_iso(std::time_t time) {
 std::string hex(std::string_view bytes, std::string_view before = "", std::string_view after = "") {
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::string text;
-    for (const unsigned char byte : bytes) {
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
         text += before;
         text += kDigits[byte >> 4];
         text += kDigits[byte & 15];
