@@ -1,0 +1,16 @@
+#!/bin/bash
+# check_clang.sh - builds the library, its tools, examples and tests with clang++; a warning is an
+# error. Exit status 0 also when the compiler cannot be installed; a line says so.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if ! scripts/install_packages.sh build test clang; then
+    echo "check_clang: NOT CHECKED: no clang here"
+    exit 0
+fi
+if command -v ccache >/dev/null; then
+    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+cmake --preset release -B build-clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+    -DOVRMAIL_BUILD_TESTS=ON >/dev/null
+cmake --build build-clang --parallel "$(nproc)"
