@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "support/fault.hpp"
 #include "support/sample_mail.hpp"
@@ -18,8 +19,12 @@ using support::SampleMail;
 // A request that passes every check ends where the server's name is looked up.
 constexpr std::int32_t kAccepted = MAIL_E_CONNECT;
 
-MailEntry attachment(const char* path, std::uint32_t kind = MAIL_KIND_ATTACHMENT) {
-    return {kind, 0, path};
+// The part list behind the body: entries of these kinds, of an existing file unless told else.
+auto parts(std::vector<std::uint32_t> kinds, bool has_body, const char* path = "/etc/passwd") {
+    return [=](SampleMail& mail) {
+        mail.has_body = has_body;
+        for (const auto kind : kinds) mail.attachments.push_back({kind, 0, path});
+    };
 }
 
 const std::string kLongPath = [] {
@@ -56,51 +61,21 @@ const Case kCases[] = {
     {"server 256", [](auto& m) { m.server = std::string(248, 'a') + ".invalid"; }, kAccepted},
     {"server 257", [](auto& m) { m.server.assign(257, 'a'); }, -1},
     // parts
-    {"body as attachment", [](auto& m) { m.attachments = {attachment("/etc/passwd", 2)}; }, -1},
-    {"part kind 7", [](auto& m) { m.attachments = {attachment("/etc/passwd", 7)}; }, -1},
-    {"part null", [](auto& m) { m.attachments = {attachment(nullptr)}; }, -1},
-    {"part empty", [](auto& m) { m.attachments = {attachment("")}; }, -1},
-    {"path 1024", [](auto& m) { m.attachments = {attachment(kLongPath.c_str())}; }, kAccepted},
-    {"path 1025", [](auto& m) { m.attachments = {attachment(kTooLongPath.c_str())}; }, -1},
-    {"no such file", [](auto& m) { m.attachments = {attachment("/nowhere")}; }, -8},
-    {"prepared with a body", [](auto& m) { m.attachments = {attachment("/etc/passwd", 5)}; }, -1},
-    {"prepared",
-     [](auto& m) { m.has_body = false, m.attachments = {attachment("/etc/passwd", 5)}; },
-     kAccepted},
-    {"prepared and partial",
-     [](auto& m) {
-         m.has_body = false, m.partial = 1, m.attachments = {attachment("/etc/passwd", 5)};
-     },
-     -1},
-    {"prepared with a header",
-     [](auto& m) {
-         m.has_body = false;
-         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 6)};
-     },
-     kAccepted},
-    {"prepared with an attachment",
-     [](auto& m) {
-         m.has_body = false;
-         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 3)};
-     },
-     -1},
-    {"prepared with four parts",
-     [](auto& m) {
-         m.has_body = false;
-         m.attachments = {attachment("/etc/passwd", 5), attachment("/etc/passwd", 6),
-                          attachment("/etc/passwd", 3)};
-     },
-     -1},
-    {"prepared in second place",
-     [](auto& m) {
-         m.attachments = {attachment("/etc/passwd"), attachment("/etc/passwd", 5)};
-     },
-     -1},
-    {"header without prepared",
-     [](auto& m) {
-         m.attachments = {attachment("/etc/passwd"), attachment("/etc/passwd", 6)};
-     },
-     -1},
+    {"body as attachment", parts({2}, true), -1},
+    {"part kind 7", parts({7}, true), -1},
+    {"part null", parts({3}, true, nullptr), -1},
+    {"part empty", parts({3}, true, ""), -1},
+    {"path 1024", parts({3}, true, kLongPath.c_str()), kAccepted},
+    {"path 1025", parts({3}, true, kTooLongPath.c_str()), -1},
+    {"no such file", parts({3}, true, "/nowhere"), -8},
+    {"prepared", parts({5}, false), kAccepted},
+    {"prepared with a body", parts({5}, true), -1},
+    {"prepared and partial", [](auto& m) { m.partial = 1, parts({5}, false)(m); }, -1},
+    {"prepared with a header", parts({5, 6}, false), kAccepted},
+    {"prepared with an attachment", parts({5, 3}, false), -1},
+    {"prepared with four parts", parts({5, 6, 3}, false), -1},
+    {"prepared in second place", parts({3, 5}, true), -1},
+    {"header without prepared", parts({3, 6}, true), -1},
     // flag, split, time-outs
     {"partial 2", [](auto& m) { m.partial = 2; }, -1},
     {"split 9", [](auto& m) { m.split.lSplitSize = 9; }, -1},

@@ -15,10 +15,10 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <type_traits>
 
 #include "support/scripted_server.hpp"
 
@@ -109,17 +109,35 @@ void* taken(void* block) {
     return block;
 }
 
-int opened(int fd) {
-    if (t_watched && fd >= 0) ++g_descriptors;
-    return fd;
+// What a call that opens something has given: a descriptor, a stream or a directory.
+template <class Handle>
+Handle opened(Handle handle) {
+    if (!t_watched) return handle;
+    if constexpr (std::is_pointer_v<Handle>) {
+        g_descriptors += handle != nullptr ? 1 : 0;
+    } else {
+        g_descriptors += handle >= 0 ? 1 : 0;
+    }
+    return handle;
 }
-template <class Stream>
-Stream* opened(Stream* stream) {
-    if (t_watched && stream != nullptr) ++g_descriptors;
-    return stream;
+template <class Value>
+Value same(Value value) {
+    return value;
 }
 void closed() {
     if (t_watched) --g_descriptors;
+}
+
+// What a failing call of this type returns.
+template <class Value>
+Value failure() {
+    if constexpr (std::is_same_v<Value, void*>) {
+        return reinterpret_cast<void*>(-1);  // of mmap and iconv_open
+    } else if constexpr (std::is_pointer_v<Value>) {
+        return nullptr;
+    } else {
+        return -1;
+    }
 }
 
 bool peer_is_silent(int fd) {
@@ -164,113 +182,75 @@ long slept_ms() { return g_slept_ms; }
 
 }  // namespace fault
 
-// WRAP(result, name, parameters, arguments, about): fails with -1.
-#define WRAP(result, name, parameters, arguments, about)     \
-    result __real_##name parameters;                         \
-    result __wrap_##name parameters {                        \
-        if (fault::fails(#name, about)) return (result)(-1); \
-        return __real_##name arguments;                      \
+// WRAP(result, name, parameters, arguments, about, note): note() sees what the real call gives.
+#define WRAP(result, name, parameters, arguments, about, note)           \
+    result __real_##name parameters;                                     \
+    result __wrap_##name parameters {                                    \
+        if (fault::fails(#name, about)) return fault::failure<result>(); \
+        return fault::note(__real_##name arguments);                     \
+    }
+#define WRAP_HEAP(name, parameters, arguments, size)        \
+    void* __real_##name parameters;                         \
+    void* __wrap_##name parameters {                        \
+        if (fault::heap_fails(#name, size)) return nullptr; \
+        return fault::taken(__real_##name arguments);       \
+    }
+#define WRAP_CLOSE(name, handle, about)                                      \
+    int __real_##name(handle);                                               \
+    int __wrap_##name(handle it) {                                           \
+        const bool fails = fault::fails(#name, about);                       \
+        const int error = errno;                                             \
+        fault::closed();                                                     \
+        const int result = __real_##name(it); /* closed, whatever it says */ \
+        if (!fails) return result;                                           \
+        errno = error;                                                       \
+        return -1;                                                           \
     }
 
 extern "C" {
-WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
-     fault::path_of(fd) + "@" + std::to_string(at))
-WRAP(int, unlink, (const char* path), (path), path)
-WRAP(int, rename, (const char* from, const char* to), (from, to), from)
-WRAP(int, stat, (const char* path, struct stat* out), (path, out), path)
-WRAP(int, stat64, (const char* path, struct stat64* out), (path, out), path)
-WRAP(int, fstat, (int fd, struct stat* out), (fd, out), fault::path_of(fd))
-WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd))
-WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode), fault::path_of(fd))
+WRAP(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), path, opened)
+WRAP(FILE*, fopen, (const char* path, const char* mode), (path, mode), path, opened)
+WRAP(DIR*, opendir, (const char* path), (path), path, opened)
+WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), "", opened)
+WRAP_CLOSE(close, int, fault::path_of(it))
+WRAP_CLOSE(fclose, FILE*, "")
+WRAP_CLOSE(closedir, DIR*, "")
+WRAP(ssize_t, read, (int fd, void* out, std::size_t size), (fd, out, fault::halved("read", size)),
+     fault::path_of(fd), same)
+WRAP(ssize_t, write, (int fd, const void* in, std::size_t size),
+     (fd, in, fault::halved("write", size)), fault::path_of(fd), same)
 WRAP(ssize_t, pread, (int fd, void* out, std::size_t size, off_t at), (fd, out, size, at),
-     fault::path_of(fd))
+     fault::path_of(fd), same)
 WRAP(ssize_t, pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in, size, at),
-     fault::path_of(fd))
-WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd))
+     fault::path_of(fd), same)
+WRAP(ssize_t, send, (int fd, const void* in, std::size_t size, int flags),
+     (fd, in, fault::halved("send", size), flags), fault::text(in, size), same)
+WRAP(ssize_t, recv, (int fd, void* out, std::size_t size, int flags),
+     (fd, out, fault::halved("recv", size), flags), "", same)
+WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
+     fault::path_of(fd) + "@" + std::to_string(at), same)
+WRAP(int, unlink, (const char* path), (path), path, same)
+WRAP(int, rename, (const char* from, const char* to), (from, to), from, same)
+WRAP(int, stat, (const char* path, struct stat* out), (path, out), path, same)
+WRAP(int, stat64, (const char* path, struct stat64* out), (path, out), path, same)
+WRAP(int, fstat, (int fd, struct stat* out), (fd, out), fault::path_of(fd), same)
+WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd), same)
+WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode), fault::path_of(fd), same)
+WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd), same)
 WRAP(int, fallocate64, (int fd, int mode, off64_t at, off64_t size), (fd, mode, at, size),
-     fault::path_of(fd))
-WRAP(ssize_t, pread64, (int fd, void* buffer, std::size_t size, off64_t at), (fd, buffer, size, at),
-     fault::path_of(fd))
-WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size), "")
-WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
-     (fd, level, name, value, size), "")
-WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to)
-WRAP(int, gethostname, (char* name, std::size_t size), (name, size), "")
+     fault::path_of(fd), same)
+WRAP(ssize_t, pread64, (int fd, void* out, std::size_t size, off64_t at), (fd, out, size, at),
+     fault::path_of(fd), same)
 WRAP(void*, mmap, (void* at, std::size_t size, int protection, int flags, int fd, off_t offset),
-     (at, size, protection, flags, fd, offset), fault::path_of(fd))
+     (at, size, protection, flags, fd, offset), fault::path_of(fd), same)
+WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size), "", same)
+WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
+     (fd, level, name, value, size), "", same)
+WRAP(int, gethostname, (char* name, std::size_t size), (name, size), "", same)
+WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, same)
+WRAP_HEAP(malloc, (std::size_t size), (size), size)
+WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size), count* size)
 
-ssize_t __real_read(int fd, void* buffer, std::size_t size);
-ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
-    if (fault::fails("read", fault::path_of(fd))) return -1;
-    return __real_read(fd, buffer, fault::halved("read", size));
-}
-ssize_t __real_write(int fd, const void* buffer, std::size_t size);
-ssize_t __wrap_write(int fd, const void* buffer, std::size_t size) {
-    if (fault::fails("write", fault::path_of(fd))) return -1;
-    return __real_write(fd, buffer, fault::halved("write", size));
-}
-ssize_t __real_send(int fd, const void* buffer, std::size_t size, int flags);
-ssize_t __wrap_send(int fd, const void* buffer, std::size_t size, int flags) {
-    if (fault::fails("send", fault::text(buffer, size))) return -1;
-    return __real_send(fd, buffer, fault::halved("send", size), flags);
-}
-ssize_t __real_recv(int fd, void* buffer, std::size_t size, int flags);
-ssize_t __wrap_recv(int fd, void* buffer, std::size_t size, int flags) {
-    if (fault::fails("recv", "")) return -1;
-    return __real_recv(fd, buffer, fault::halved("recv", size), flags);
-}
-
-int __real_socket(int domain, int type, int protocol);
-int __wrap_socket(int domain, int type, int protocol) {
-    return fault::fails("socket", "") ? -1 : fault::opened(__real_socket(domain, type, protocol));
-}
-int __real_open(const char* path, int flags, mode_t mode);
-int __wrap_open(const char* path, int flags, ...) {
-    va_list args;
-    va_start(args, flags);
-    const auto mode = static_cast<mode_t>((flags & O_CREAT) != 0 ? va_arg(args, int) : 0);
-    va_end(args);
-    if (fault::fails("open", path)) return -1;
-    return fault::opened(__real_open(path, flags, mode));
-}
-FILE* __real_fopen(const char* path, const char* mode);
-FILE* __wrap_fopen(const char* path, const char* mode) {
-    return fault::fails("fopen", path) ? nullptr : fault::opened(__real_fopen(path, mode));
-}
-int __real_fclose(FILE* stream);
-int __wrap_fclose(FILE* stream) {
-    fault::closed();
-    return __real_fclose(stream);
-}
-DIR* __real_opendir(const char* path);
-DIR* __wrap_opendir(const char* path) {
-    return fault::fails("opendir", path) ? nullptr : fault::opened(__real_opendir(path));
-}
-int __real_closedir(DIR* stream);
-int __wrap_closedir(DIR* stream) {
-    fault::closed();
-    return __real_closedir(stream);
-}
-int __real_close(int fd);
-int __wrap_close(int fd) {
-    const bool fails = fault::fails("close", fault::path_of(fd));
-    const int error = errno;
-    fault::closed();
-    const int result = __real_close(fd);  // Linux has closed, whatever it says
-    if (!fails) return result;
-    errno = error;
-    return -1;
-}
-
-void* __real_malloc(std::size_t size);
-void* __wrap_malloc(std::size_t size) {
-    return fault::heap_fails("malloc", size) ? nullptr : fault::taken(__real_malloc(size));
-}
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return fault::heap_fails("calloc", count * size) ? nullptr
-                                                     : fault::taken(__real_calloc(count, size));
-}
 void* __real_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
     if (fault::heap_fails("realloc", size)) return nullptr;
