@@ -9,6 +9,7 @@
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "mime.h"
+#include "mime/result.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -54,7 +55,7 @@ std::int32_t count_pieces(SendJob& job) noexcept {
     if (!job.partial) return 0;  // streaming rewinds for itself
     if (FileSeek(job.composed.fd(), 0, SEEK_SET) < 0) {
         job.file_err = static_cast<std::uint32_t>(GetErrorCode());
-        return composition_failed(job, "EMAILAPI0096", kReadFailed);
+        return composition_failed(job, "EMAILAPI0096", mime::kReadFailed);
     }
     const auto piece = common::make_zeroed<char>(job.piece_size());
     if (piece == nullptr) return fail_at("EMAILAPI0098", MAIL_E_MEMORY);

@@ -9,13 +9,12 @@
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "mime.h"
+#include "mime/result.hpp"
 #include "smtp.h"
+#include "smtp/result.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
-
-constexpr std::int32_t kNoMechanism = 2;  // of SMTP_initialize: nothing in common
-constexpr std::int32_t kAllRefused = 3;   // every mechanism in common refused
 
 // What a failing call leaves in the detail buffer, by the result its code maps to.
 struct Call {
@@ -78,8 +77,8 @@ std::int32_t fail_call(SendJob& job, const Call& call, std::int32_t code) noexce
 std::int32_t fail_mail(SendJob& job, std::int32_t code) noexcept {
     const std::int32_t result = fail_call(job, kMail, code);
     if (result != MAIL_E_REJECTED) return result;
-    if (job.initialize_status == kAllRefused) return MAIL_E_REJECTED_AUTH_FAILED;
-    if (job.initialize_status == kNoMechanism) return MAIL_E_REJECTED_NO_AUTH;
+    if (job.initialize_status == smtp::kAuthRefused) return MAIL_E_REJECTED_AUTH_FAILED;
+    if (job.initialize_status == smtp::kNoMechanism) return MAIL_E_REJECTED_NO_AUTH;
     return result;
 }
 
@@ -133,7 +132,7 @@ std::int32_t send_pieces(SendJob& job) noexcept {
     if (job.piece == nullptr) return fail_call(job, kPieceMemory, kNoMemory);
     if (FileSeek(job.composed.fd(), 0, SEEK_SET) < 0) {
         job.err = static_cast<std::uint32_t>(GetErrorCode());
-        return fail_call(job, kGetPiece, kReadFailed);
+        return fail_call(job, kGetPiece, mime::kReadFailed);
     }
     for (job.piece_number = 1; job.piece_number <= job.piece_count; ++job.piece_number) {
         if (const std::int32_t rc = send_piece(job); rc < 0) return rc;

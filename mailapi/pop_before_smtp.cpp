@@ -12,6 +12,7 @@
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "pop3.h"
+#include "pop3/transport.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -19,10 +20,6 @@ namespace {
 constexpr std::int32_t kWaitMaxMs = 3600000;
 constexpr std::uint32_t kTimeOutDefault = 60;
 constexpr std::uint32_t kTimeOutMax = 3600;
-
-// Codes of the POP3 layer that have a result of their own; any other failure is a refusal.
-constexpr std::int32_t kPopSystem = -1;
-constexpr std::int32_t kPopTimeOut = -17;
 
 bool is_valid(const MailPopAccount& account) noexcept {
     const std::size_t user = common::bounded(account.szUser).size();
@@ -36,8 +33,8 @@ bool is_valid(const MailPopAccount& account) noexcept {
 // A refusal leaves the server's reply, which the POP3 layer put into the detail buffer.
 std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
                          std::uint32_t err) noexcept {
-    if (code == kPopTimeOut) return MAIL_E_POP_TIMEOUT;
-    if (code != kPopSystem) return MAIL_E_POP_REFUSED;
+    if (code == pop3::kTimeOut) return MAIL_E_POP_TIMEOUT;
+    if (code != pop3::kFailed) return MAIL_E_POP_REFUSED;
     detail_number(detail, err);
     return MAIL_E_POP_SYSTEM;
 }

@@ -14,6 +14,7 @@
 namespace ovrmail::mailapi {
 namespace {
 
+constexpr std::uint32_t kLogNote = 3;
 constexpr std::size_t kPathMax = 1024;
 constexpr std::int32_t kSplitMin = 10;
 constexpr std::int32_t kSplitMax = 100;
@@ -153,7 +154,7 @@ std::int32_t check_text(SendJob& job) noexcept {
     // A line break in the subject would forge a header, or a line of the log.
     const auto is_break = [](char c) { return c == '\r' || c == '\n'; };
     std::replace_copy_if(subject.begin(), subject.end(), job.subject.begin(), is_break, ' ');
-    MailLogWrite(g_pLogHandle, 3, job.subject.data());
+    MailLogWrite(g_pLogHandle, kLogNote, job.subject.data());
 
     if (job.body_text() == nullptr) return 0;
     job.body_length = ::strnlen(job.body_text(), kBodySize);

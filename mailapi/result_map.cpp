@@ -3,6 +3,8 @@
 #include "mailapi/result_map.hpp"
 
 #include "common/text.hpp"
+#include "mime/result.hpp"
+#include "smtp/result.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -14,14 +16,14 @@ struct CodeRange {
 };
 
 constexpr CodeRange kMapping[] = {
-    {-33, -31, MAIL_E_WORK_FILE},  // open, read, write of a working file
-    {-27, -21, MAIL_E_REJECTED},   // a command refused
+    {mime::kWriteFailed, mime::kOpenFailed, MAIL_E_WORK_FILE},
+    {smtp::kResetRefused, smtp::kHeloRefused, MAIL_E_REJECTED},
     {kNoMemory, kNoMemory, MAIL_E_MEMORY},
-    {-6, -6, MAIL_E_TIMEOUT},  // budget spent
-    {-5, -5, MAIL_E_CONNECT},  // name not resolved
-    {-4, -3, MAIL_E_SYSTEM},   // receive, send
-    {-2, -2, MAIL_E_CONNECT},  // connection failed
-    {-1, -1, MAIL_E_SYSTEM},   // no socket
+    {smtp::kTimeOut, smtp::kTimeOut, MAIL_E_TIMEOUT},
+    {smtp::kName, smtp::kName, MAIL_E_CONNECT},
+    {smtp::kReceive, smtp::kSend, MAIL_E_SYSTEM},
+    {smtp::kConnect, smtp::kConnect, MAIL_E_CONNECT},
+    {smtp::kSocket, smtp::kSocket, MAIL_E_SYSTEM},
 };
 
 }  // namespace

@@ -7,9 +7,7 @@
 
 namespace ovrmail::mailapi {
 
-// Codes of the layers below that the driver itself gives to a step of its own.
-inline constexpr std::int32_t kReadFailed = -32;
-inline constexpr std::int32_t kNoMemory = -11;
+inline constexpr std::int32_t kNoMemory = -11;  // of a step of the driver itself
 
 // The one place where codes change layer. An unknown code is traced and becomes MAIL_E_INTERNAL.
 std::int32_t map_result(std::int32_t code) noexcept;

@@ -103,6 +103,7 @@ void ScriptedServer::serve_in_order(Session& session, const Script& script) {
         }
         if (!answer(session, row)) return;
     }
+    g_silent_port = port_;  // the script is over
     std::string rest;
     while (take(session, false, rest)) continue;
 }
