@@ -54,8 +54,8 @@ def run(build, directory):
     for line in json.loads(done.stdout)["benchmarks"]:
         entry = results.setdefault(line["run_name"], {"label": line.get("label", "")})
         if line.get("aggregate_name") == "median":
-            entry["ns"] = line["real_time"]
+            entry["ns"] = line["cpu_time"]
             entry["bytes_per_second"] = line.get("bytes_per_second")
         elif line.get("aggregate_name") == "cv":
-            entry["spread"] = line["real_time"]
+            entry["spread"] = line["cpu_time"]
     return results
