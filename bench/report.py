@@ -146,8 +146,8 @@ def growth_tables(growth, micro):
     files = [[count, duration(median(growth["foreign"][count], "wall")),
               duration(median(growth["own"][count], "wall"))] for count in growth["own"]]
     profile = [[name.split("/")[1], f"{entry['ns'] / 1000:,.1f} µs"]
-               for name, entry in sorted(micro.items(), key=lambda item: item[1]["ns"])
-               if name.startswith("profile_product/")]
+               for name, entry in micro.items() if name.startswith("profile_product/")]
+    profile.sort(key=lambda row: int(row[0]))
     return "\n".join([
         table(["attachment", "wall", "wall per MiB", "peak memory", "noise"], attachment),
         "Files in the log directory; logs of other processes are pruned down to the number kept, "

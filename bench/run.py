@@ -113,8 +113,8 @@ def grow(build, clients, works, sizes, rounds):
     growth = {"attachment": {}, "foreign": {}, "own": {}}
     with measure.sink(build) as port:
         for size, work in sizes.items():
-            growth["attachment"][size] = [measure.run(OFF, clients[OFF], work, port, 1)
-                                          for _ in range(rounds)]
+            growth["attachment"][size] = [
+                measure.run(OFF, clients[OFF], work, port, max(1, 50 // size)) for _ in range(rounds)]
         for files in (1, 10, 100, 500, 1000, 2000):
             growth["foreign"][files], growth["own"][files] = [], []
             for _ in range(rounds):
