@@ -146,6 +146,11 @@ class Tool(unittest.TestCase):
 
 
 class Readme(unittest.TestCase):
+    def test_links_lead_somewhere(self):
+        for document in (SOURCE / "README.md", SOURCE / "CONTRIBUTING.md"):
+            for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
+                self.assertTrue((document.parent / target).exists(), f"{document.name}: {target}")
+
     def test_program_is_the_tested_example(self):
         code = (SOURCE / "README.md").read_text().split("```c\n")[1].split("```")[0]
         self.assertEqual(code, (SOURCE / "examples/plain.c").read_text())
