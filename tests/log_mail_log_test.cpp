@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -123,7 +124,11 @@ TEST_F(MailLog, SizeDecidesBetweenContinuingAndRotating) {
 TEST_F(MailLog, RotationMovesGenerationsUp) {
     write_file(kConfig, "[LOG]\nLOGNUM=5\n");
     write_file(current(), std::string(20000, 'c'));
-    for (const char* n : {"1", "2", "3", "4"}) write_file(current() + n, n);
+    for (int n = 1; n < 5; ++n) {  // the last is the newest: pruning would take another one
+        const std::string generation = current() + std::to_string(n);
+        write_file(generation, std::to_string(n));
+        fs::last_write_time(generation, fs::file_time_type::clock::now() + std::chrono::hours(n));
+    }
     MailLogClose(MailLogOpen(0));
     EXPECT_EQ(fs::file_size(current() + "1"), 20000U);
     EXPECT_EQ(read_file(current() + "2"), "1");
