@@ -249,7 +249,8 @@ std::string form_of(const std::string& secret, const std::string& bytes) {
             return "base64 at " + std::to_string(before);
     }
     std::string hex;
-    for (const unsigned char c : secret) {
+    for (const char byte : secret) {
+        const auto c = static_cast<unsigned char>(byte);
         hex += "0123456789abcdef"[c >> 4];
         hex += "0123456789abcdef"[c & 15];
     }
