@@ -19,7 +19,8 @@
 namespace ovrmail::mime {
 namespace {
 
-// Collects header lines; a text that ends in LF ends its line. What would not fit goes out first.
+// Collects header lines; a text that ends in LF ends its line, and so does the end of the block.
+// What would not fit goes out first.
 class LineSender {
 public:
     LineSender(int sock, std::uint32_t* err) noexcept
@@ -30,13 +31,12 @@ public:
 
     bool put(std::string_view text) noexcept {
         while (!text.empty() && result_ >= 0) {
-            if (used_ == block_.size()) end_line();
             if (used_ == block_.size() || count_ == lines_.size()) send();
             const std::size_t size = std::min(text.size(), block_.size() - used_);
             text.copy(block_.data() + used_, size);
             used_ += size;
-            if (text.ends_with('\n') && size == text.size()) end_line();
             text.remove_prefix(size);
+            if (used_ == block_.size() || (text.empty() && block_[used_ - 1] == '\n')) end_line();
         }
         return result_ >= 0;
     }

@@ -10,6 +10,7 @@
 #include "common/base64.hpp"
 #include "mime.h"
 #include "mime/identity.hpp"
+#include "mime/scratch.hpp"
 #include "mime_support.hpp"
 #include "smtp.h"
 
@@ -272,9 +273,14 @@ TEST_F(Compose, WholeFileIsStreamedUnchanged) {
 }
 
 TEST_F(Compose, PieceIsSentBehindItsHeader) {
+    const string block(ovrmail::mime::kOutputSize - kDate.size() - 11 - 61 * 7 - 7, 'x');
     const Case cases[] = {
         {"\x82\xA0", "b@y,c@z",
          "To: b@y,\r\n    c@z\r\nSubject: =?ISO-2022-JP?B?GyRCJCIbKEo=?= [2/13]\r\n"},
+        // The last line that is collected ends with the block, and another follows.
+        {nullptr, times(61, ",") + block + ",y",
+         "To: ,\r\n" + times(60, "    ,\r\n") + "    " + block +
+             ",\r\n    y\r\nSubject:  [2/13]\r\n"},
         // More lines, and longer ones, than are collected at once.
         {nullptr, times(500, ",") + string(200'000, 'x'),
          "To: ,\r\n" + times(499, "    ,\r\n") + "    " + string(200'000, 'x') +
