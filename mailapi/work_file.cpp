@@ -30,7 +30,7 @@ bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
 }
 
 bool WorkFile::open() noexcept {
-    constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_LARGEFILE;
     fd_.reset(common::retry_eintr(common::kNoLimit,
                                   [&] { return ::open(path_.data(), kNew, kFileMode); }));
     if (!fd_.valid() && errno == EEXIST) {

@@ -11,7 +11,7 @@ namespace ovrmail::mime {
 common::UniqueFd open_to_read(const char* path) noexcept {
     const char* const name = path != nullptr ? path : "";
     return common::UniqueFd(common::retry_eintr(
-        common::kNoLimit, [name] { return ::open(name, O_RDONLY | O_CLOEXEC); }));
+        common::kNoLimit, [name] { return ::open(name, O_RDONLY | O_CLOEXEC | O_LARGEFILE); }));
 }
 
 std::int32_t fail(log::TraceScope& trace, const char* point, Result result, int error,
