@@ -14,7 +14,9 @@
  * failing call (ENOSPC for a write that was cut short); err may be null. A null text counts as
  * empty. Nothing written before a failure is removed: the caller discards the file.
  *
- * Text and subject are Shift_JIS or ASCII. Not reentrant: one message at a time in a process. */
+ * Text and subject are Shift_JIS or ASCII. Addresses, subject and the names of attachments go into
+ * the header as they are: they must hold no CR or LF. Not reentrant: one message at a time in a
+ * process. */
 #ifndef OVRMAIL_MIME_H
 #define OVRMAIL_MIME_H
 

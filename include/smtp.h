@@ -125,7 +125,8 @@ MAIL_API int32_t SMTP_endData(int32_t sock, uint32_t* err) MAIL_NOEXCEPT;
 MAIL_API int32_t SMTP_RSET(int32_t sock, uint32_t* err) MAIL_NOEXCEPT;
 
 /* SMTP_QUIT - end the session (RFC 5321 4.1.1.10), budget 300 seconds.
- * Returns 0 whatever the answer, also without one; -3 or -6 when it could not be sent. */
+ * Returns 0 whatever the answer, also without one (`err` is then that of the read); -3 or -6 when
+ * it could not be sent. */
 MAIL_API int32_t SMTP_QUIT(int32_t sock, uint32_t* err) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS
