@@ -98,6 +98,15 @@ TEST_F(EucLocale, TextIsConvertedLineByLine) {
     }
 }
 
+TEST_F(EucLocale, ConverterIsGivenBack) {
+    constexpr int kMoreThanThereAre = 1100;
+    for (int call = 0; call < kMoreThanThereAre; ++call) {
+        Prepared text("body");
+        ASSERT_EQ(prepare_text(text.job), 0);
+        ASSERT_FALSE(text.job.unconverted) << call;
+    }
+}
+
 TEST_F(EucLocale, WithoutConverterTextGoesOutEmpty) {
     Prepared text("body", "subject");
     fault::fail_on("iconv_open", "", EINVAL);

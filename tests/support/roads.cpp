@@ -80,6 +80,8 @@ Journey::Journey(Road road, Script smtp_changes, Script pop_changes)
     : smtp(smtp_script(road, std::move(smtp_changes)), {.any_order = true}),
       pop(pop_script(std::move(pop_changes)), {.any_order = true}) {
     mail.body.clear();
+    mail.server = "127.0.0.1";
+    mail.server.copy(mail.pop.szHost, sizeof mail.pop.szHost - 1);
     mail.split.ulPort = smtp.port();
     mail.pop.ulPort = pop.port();
     if (road == kAuth || road == kHelo) mail.use_auth();

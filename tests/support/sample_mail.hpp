@@ -18,7 +18,7 @@ struct SampleMail {
     std::string from = "bob@example.test";
     std::string subject = "Hello";
     std::string body = "one\ntwo\n";
-    std::string server = "127.0.0.1";
+    std::string server = "a.invalid";  // no real server is ever reached
     std::string work_dir = kWorkDir;
 
     MailEntry recipient{MAIL_KIND_RECIPIENT, 0, nullptr};  // value: `to` unless set
@@ -29,7 +29,7 @@ struct SampleMail {
     MailSplitOption split{10, 0};
     MailTimeout time_out{300, 300, 300, 120, 180, 600};
     MailAuthAccount account{MAIL_MECH_PLAIN, "user", "secret"};
-    MailPopAccount pop{0, 0, "user", "secret", "127.0.0.1", 60};
+    MailPopAccount pop{0, 0, "user", "secret", "a.invalid", 60};
     MailEntry auth{0, 0, nullptr};  // kind 0: no option
     std::array<char, 256> detail{'u', 'n', 't', 'o', 'u', 'c', 'h', 'e', 'd'};
 
