@@ -165,7 +165,8 @@ void settle_offset(const RingFile& file, unsigned char* mapping, std::size_t byt
 
 bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) noexcept {
     const std::uint64_t wanted = rounded_ring_bytes(size_kb);
-    if (wanted > UINT32_MAX) {  // its offsets would not fit the header
+    constexpr std::uint64_t kAddressable = PTRDIFF_MAX;
+    if (wanted > UINT32_MAX || wanted > kAddressable) {  // the header holds 32-bit offsets
         errno = EFBIG;
         return false;
     }

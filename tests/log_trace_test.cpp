@@ -38,46 +38,37 @@ bool fails(const char* call) {
 
 }  // namespace
 
-extern "C" {
-int __real_fstat(int, struct stat*);
-ssize_t __real_pread(int, void*, size_t, off_t);
-ssize_t __real_pwrite(int, const void*, size_t, off_t);
-void* __real_mmap(void*, size_t, int, int, int, off_t);
-int __real_unlink(const char*);
-int __real_close(int);
-int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
-int __real_pthread_mutex_destroy(pthread_mutex_t*);
+// The call does its work, and then fails if that was ordered.
+#define FAILING(type, name, parameters, arguments)       \
+    type __real_##name parameters;                       \
+    type __wrap_##name parameters {                      \
+        type const result = __real_##name arguments;     \
+        return fails(#name) ? (type)(long)(-1) : result; \
+    }
 
-std::time_t __wrap_time(std::time_t*) { return test_clock::now; }
-int __wrap_fstat(int fd, struct stat* status) {
-    return fails("fstat") ? -1 : __real_fstat(fd, status);
-}
-ssize_t __wrap_pread(int fd, void* to, size_t n, off_t at) {
-    return fails("pread") ? -1 : __real_pread(fd, to, n, at);
-}
+extern "C" {
+FAILING(int, fstat, (int fd, struct stat* status), (fd, status))
+FAILING(ssize_t, pread, (int fd, void* to, size_t n, off_t at), (fd, to, n, at))
+FAILING(void*, mmap, (void* at, size_t n, int p, int f, int fd, off_t o), (at, n, p, f, fd, o))
+FAILING(int, unlink, (const char* path), (path))
+FAILING(int, close, (int fd), (fd))
+
+ssize_t __real_pwrite(int, const void*, size_t, off_t);
 ssize_t __wrap_pwrite(int fd, const void* from, size_t n, off_t at) {
     if (fails("short pwrite")) return static_cast<ssize_t>(n) - 1;
     return fails("pwrite") ? -1 : __real_pwrite(fd, from, n, at);
 }
-void* __wrap_mmap(void* at, size_t n, int prot, int flags, int fd, off_t from) {
-    return fails("mmap") ? MAP_FAILED : __real_mmap(at, n, prot, flags, fd, from);
-}
-int __wrap_unlink(const char* path) {
-    __real_unlink(path);
-    return fails("unlink") ? -1 : 0;
-}
-int __wrap_close(int fd) {
-    __real_close(fd);
-    return fails("close") ? -1 : 0;
-}
+int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
     if (mutex == &g_cs) ++g_mutexes;
     return __real_pthread_mutex_init(mutex, attributes);
 }
+int __real_pthread_mutex_destroy(pthread_mutex_t*);
 int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
     if (mutex == &g_cs) --g_mutexes;
     return __real_pthread_mutex_destroy(mutex);
 }
+std::time_t __wrap_time(std::time_t*) { return test_clock::now; }
 }
 
 namespace {
