@@ -193,6 +193,7 @@ TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level)
         static_cast<TraceHandle*>(std::calloc(1, sizeof(TraceHandle))));
     if (trace == nullptr) return nullptr;
     ::pthread_mutex_init(&g_cs, nullptr);
+    ::pthread_mutex_init(&trace->lock, nullptr);
     trace->level = level;
     if (level == 0 || size_kb == 0) return trace.release();
     if (path == nullptr || !log::attach_file(*trace, path, size_kb)) {
@@ -210,6 +211,7 @@ std::int32_t Tclose(TraceHandle* trace) noexcept {
         ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
         ended = (::close(trace->fd) == 0) && ended;  // allow: its result counts
     }
+    ::pthread_mutex_destroy(&trace->lock);
     ::pthread_mutex_destroy(&g_cs);
     return ended ? 0 : -1;
 }

@@ -6,6 +6,8 @@
 // without padding or lengths, and may break at any byte where the ring ends.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -15,6 +17,7 @@ struct TraceHandle {
     unsigned char* mapping;  // the whole ring, shared; null without a file
     std::uint32_t size_kb;   // KiB, after rounding
     std::uint32_t level;     // highest level written; 0: none
+    pthread_mutex_t lock;    // g_cs begins and ends with any ring; this one with its own
 
     [[nodiscard]] bool has_file() const noexcept { return mapping != nullptr; }
     [[nodiscard]] std::size_t ring_bytes() const noexcept { return std::size_t{size_kb} * 1024; }

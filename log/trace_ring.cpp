@@ -17,17 +17,19 @@ namespace {
 constexpr std::uint32_t kHighestLevel = 2;
 constexpr long kRelockNs = 20'000'000;
 
-// Holds g_cs. Topen sets the mutex up anew, also while other threads wait for it; such a waiter is
-// never woken, so nobody waits longer than a moment before trying again. After a Tclose of another
-// handle there is no mutex to hold (EINVAL): the rings are not shared then.
+// Holds g_cs and the ring. Topen sets g_cs up anew, also while other threads wait for it; such a
+// waiter is never woken, so nobody waits longer than a moment before trying again. After a Tclose
+// of another ring there is no g_cs to hold (EINVAL). The ring's own lock keeps records whole then.
 class RecordLock {
 public:
-    RecordLock() noexcept {
+    explicit RecordLock(pthread_mutex_t& ring) noexcept : ring_(ring) {
         int rc = ::pthread_mutex_trylock(&g_cs);
         while (rc == EBUSY || rc == ETIMEDOUT) rc = wait();
         held_ = rc == 0;
+        ::pthread_mutex_lock(&ring_);
     }
     ~RecordLock() {
+        ::pthread_mutex_unlock(&ring_);
         if (held_) ::pthread_mutex_unlock(&g_cs);
     }
     RecordLock(const RecordLock&) = delete;
@@ -45,6 +47,7 @@ private:
         return ::pthread_mutex_timedlock(&g_cs, &until);
     }
 
+    pthread_mutex_t& ring_;
     bool held_;
 };
 
@@ -129,7 +132,7 @@ std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, 
     if (data != nullptr) {
         record.data = {static_cast<const char*>(data), length < longest ? length : longest};
     }
-    const log::RecordLock lock;
+    const log::RecordLock lock(trace->lock);
     record.time = static_cast<std::uint32_t>(::time(nullptr));
     ring.put(record);
     return 0;

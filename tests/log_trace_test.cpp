@@ -260,19 +260,20 @@ TEST_F(Trace, EveryFailureEndsWithoutLeftovers) {
 }
 
 TEST_F(Trace, ThreadsLeaveOnlyWholeRecords) {
-    TraceHandle* const trace = open(1, 500);
+    TraceHandle* const trace = open(1, 5000);
     std::vector<std::thread> threads;
     for (char id = 'a'; id < 'e'; ++id) {
         threads.emplace_back([trace, id] {
-            for (int i = 0; i < 2000; ++i)
+            for (int i = 0; i < 20000; ++i)
                 Twrite(trace, 1, "WHOLE", std::string(30, id).data(), 30);
         });
     }
+    for (int i = 0; i < 200; ++i) Tclose(Topen(dir.file("other").c_str(), 5, 1));  // ends g_cs
     for (auto& thread : threads) thread.join();
     Tclose(trace);
     const std::string bytes = read_file(path);
     constexpr std::size_t kRecord = 12 + 5 + 4 + 30 + 4;
-    ASSERT_EQ(offset_of(bytes), 4 + 8000 * kRecord);
+    ASSERT_EQ(offset_of(bytes), 4 + 80000 * kRecord);
     for (std::size_t at = 4; at < offset_of(bytes); at += kRecord) {
         ASSERT_EQ(bytes.substr(at + 12, 9), "WHOLEXXXX");
         ASSERT_EQ(bytes.substr(at + 21, 34), std::string(30, bytes[at + 21]) + "EEEE");
