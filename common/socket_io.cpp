@@ -27,6 +27,14 @@ std::size_t line_length(std::span<const char> line, std::size_t from, std::size_
 
 // A call that does not fail leaves errno as it was, and what it was then gets reported for a peer
 // that has closed: hence 0 before every call.
+// Length of the line that `ahead` begins with, or 0 when it holds no whole one.
+std::size_t whole_line(const SeenAhead* ahead, LineEnd end) noexcept {
+    if (ahead == nullptr) return 0;
+    const std::span<const char> text(ahead->text());
+    const std::size_t length = line_length(text, 0, text.size(), end);
+    return ends_line(text, length, end) ? length : 0;
+}
+
 template <class Call>
 ssize_t without_waiting(Call call) noexcept {
     errno = 0;
@@ -60,16 +68,24 @@ bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noex
 }
 
 ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
-                  bool* more) noexcept {
-    *more = false;
-    const ssize_t seen = receive(fd, line.subspan(filled), MSG_PEEK);
+                  SeenAhead* ahead) noexcept {
+    const std::span<char> room = line.subspan(filled);
+    if (const std::size_t known = filled == 0 ? whole_line(ahead, end) : 0;
+        known != 0 && known <= room.size()) {
+        const ssize_t taken = receive(fd, room.first(known), 0);
+        taken == static_cast<ssize_t>(known) ? ahead->drop(known) : ahead->clear();
+        return taken;
+    }
+    if (ahead != nullptr) ahead->clear();
+    const ssize_t seen = receive(fd, room, MSG_PEEK);
     if (seen <= 0) return seen;
     const std::size_t arrived = filled + static_cast<std::size_t>(seen);
     const std::size_t wanted = line_length(line, filled, arrived, end);
+    if (ahead != nullptr) ahead->keep(line.subspan(wanted, arrived - wanted));
     const ssize_t taken = receive(fd, line.subspan(filled, wanted - filled), 0);
     const std::size_t kept = filled + static_cast<std::size_t>(std::max<ssize_t>(taken, 0));
     std::memset(line.data() + kept, 0, arrived - kept);
-    *more = kept < arrived;
+    if (ahead != nullptr && kept != wanted) ahead->clear();
     return taken;
 }
 

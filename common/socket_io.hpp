@@ -5,9 +5,12 @@
 #include <poll.h>
 #include <sys/types.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace ovrmail::common {
 
@@ -22,12 +25,34 @@ inline constexpr ssize_t kNotNow = -2;
 
 enum class LineEnd { kCrLf, kLf };
 
+// What was seen on a socket behind the line taken last, and is still there: the lines of a reply
+// arrive together. For one reader on one reply, as nobody else may take from the socket meanwhile.
+class SeenAhead {
+public:
+    SeenAhead() noexcept = default;
+    SeenAhead(const SeenAhead&) = delete;  // text_ lies in bytes_
+    SeenAhead& operator=(const SeenAhead&) = delete;
+
+    [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
+    [[nodiscard]] std::string_view text() const noexcept { return text_; }
+    void keep(std::span<const char> bytes) noexcept {
+        text_ = {bytes_.data(), std::min(bytes.size(), bytes_.size())};
+        std::copy_n(bytes.data(), text_.size(), bytes_.data());
+    }
+    void drop(std::size_t bytes) noexcept { text_.remove_prefix(bytes); }
+    void clear() noexcept { text_ = {}; }
+
+private:
+    std::array<char, 1028> bytes_;
+    std::string_view text_;
+};
+
 // Takes what has arrived of a line, at most to the end of the line and never what lies behind it.
 // `line[0, filled)` holds the beginning; the rest is filled in, and what is not filled is zero.
 // Returns the bytes taken, 0 when the peer has closed, kNotNow, or -1 with errno.
-// `more` tells whether something was seen behind the bytes taken.
+// `ahead`, which may be null, saves the look at a line that was seen before.
 ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
-                  bool* more) noexcept;
+                  SeenAhead* ahead) noexcept;
 
 // Whether line[0, filled) is complete.
 bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noexcept;

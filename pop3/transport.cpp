@@ -64,8 +64,7 @@ std::int32_t take_some(const Session& session, std::span<char> line, std::size_t
     const int ready = common::wait_for(session.sock, common::kReadable, deadline.seconds_left());
     if (ready == 0) return report_time_out("recv");
     if (ready < 0) return errno == EINTR ? kGoOn : report_failure(session, "select", ready, errno);
-    bool more = false;
-    const ssize_t taken = common::take_line(session.sock, line, filled, LineEnd::kLf, &more);
+    const ssize_t taken = common::take_line(session.sock, line, filled, LineEnd::kLf, nullptr);
     if (taken > 0) {
         filled += static_cast<std::size_t>(taken);
         empty = 0;

@@ -18,6 +18,7 @@
 #include "smtp/exchange.hpp"
 #include "smtp/result.hpp"
 #include "smtp/session_buffers.hpp"
+#include "smtp/transport.hpp"
 
 namespace ovrmail::smtp {
 namespace {
@@ -80,9 +81,10 @@ std::int32_t SMTP_readEhloReply(int sock, std::span<char, kReplySize> capability
     const auto reply = reply_buffer();
     std::int32_t answer = kEhloAccepted;
     set_error(err, 0);
+    common::SeenAhead ahead;
     for (;;) {
         const std::int32_t rc =
-            SMTP_recv(sock, reply.data(), static_cast<std::int32_t>(reply.size()), err);
+            receive_line(sock, reply.data(), static_cast<std::int32_t>(reply.size()), &ahead, err);
         if (rc != kOk) return trace.fail("AUTHR0010", rc);
         log_reply_line();
         if (!replied('2')) answer = kEhloRefused;

@@ -30,10 +30,6 @@ constexpr int kInterruptLimit = 6;    // interrupted sends
 constexpr std::int32_t kLogSmtp = 1;  // kind of a time-out record
 constexpr std::int32_t kTraced = 1;   // trace flag of SMTP_send2
 
-// Something was seen behind the last line taken: the wait for it can be left out. Only a hint:
-// reading never blocks, and a stale one costs one call.
-bool g_more_waiting = false;
-
 std::int64_t seconds_left() noexcept {
     timeval left{};
     SMTP_GetSelectTimeOut(&left);
@@ -113,8 +109,8 @@ private:
 // One reply line on its way in.
 class Incoming {
 public:
-    Incoming(int sock, std::span<char> line, std::uint32_t* err) noexcept
-        : sock_(sock), line_(line), err_(err) {}
+    Incoming(int sock, std::span<char> line, common::SeenAhead* ahead, std::uint32_t* err) noexcept
+        : sock_(sock), line_(line), ahead_(ahead), err_(err) {}
 
     // Kept: a byte does not shorten the wait for the next one. Every wait is what was left when
     // the line began, or after the last interruption or empty read.
@@ -122,7 +118,7 @@ public:
         std::memset(line_.data(), 0, line_.size());
         wait_ = seconds_left();
         while (filled_ < line_.size() && !common::ends_line(line_, filled_, LineEnd::kCrLf)) {
-            Result result = g_more_waiting ? kOk : wait_readable();
+            Result result = seen_ahead() ? kOk : wait_readable();
             if (result == kOk) result = take();
             if (result != kOk && result != kAgain) return result;
         }
@@ -133,6 +129,9 @@ public:
     [[nodiscard]] std::string_view text() const noexcept { return {line_.data(), filled_}; }
 
 private:
+    // More of the reply was seen already: there is nothing to wait for.
+    [[nodiscard]] bool seen_ahead() const noexcept { return ahead_ != nullptr && !ahead_->empty(); }
+
     Result wait_readable() noexcept {
         const int ready = common::wait_for(sock_, common::kReadable, wait_);
         const int error = errno;
@@ -142,8 +141,7 @@ private:
     }
 
     Result take() noexcept {
-        const ssize_t taken =
-            common::take_line(sock_, line_, filled_, LineEnd::kCrLf, &g_more_waiting);
+        const ssize_t taken = common::take_line(sock_, line_, filled_, LineEnd::kCrLf, ahead_);
         const int error = errno;
         if (taken == common::kNotNow) return kOk;
         if (taken > 0) {
@@ -170,6 +168,7 @@ private:
 
     int sock_;
     std::span<char> line_;
+    common::SeenAhead* ahead_;
     std::uint32_t* err_;
     std::int64_t wait_ = 0;
     std::size_t filled_ = 0;
@@ -254,6 +253,17 @@ std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32
     return Units(bytes, unit, kRunsOn).send(sock, err);
 }
 
+std::int32_t receive_line(int sock, char* buf, std::int32_t size, common::SeenAhead* ahead,
+                          std::uint32_t* err) noexcept {
+    TraceScope trace("smtp0f00", "smtp0fFF");
+    if (buf == nullptr || size <= 0)
+        return trace.fail("smtp0f01", refuse_arguments("recv", err, kReceive));
+    Incoming line(sock, {buf, static_cast<std::size_t>(size)}, ahead, err);
+    const Result result = line.run();
+    trace.note("smtp0f05", line.text());
+    return result == kOk ? trace.leave(result) : trace.fail("smtp0f10", result);
+}
+
 }  // namespace ovrmail::smtp
 
 using namespace ovrmail;
@@ -280,21 +290,16 @@ std::int32_t SMTP_send2(std::int32_t sock, const char* buf, std::int32_t len, st
 
 std::int32_t SMTP_recv(std::int32_t sock, char* buf, std::int32_t size,
                        std::uint32_t* err) noexcept {
-    TraceScope trace("smtp0f00", "smtp0fFF");
-    if (buf == nullptr || size <= 0)
-        return trace.fail("smtp0f01", smtp::refuse_arguments("recv", err, smtp::kReceive));
-    smtp::Incoming line(sock, {buf, static_cast<std::size_t>(size)}, err);
-    const smtp::Result result = line.run();
-    trace.note("smtp0f05", line.text());
-    return result == smtp::kOk ? trace.leave(result) : trace.fail("smtp0f10", result);
+    return smtp::receive_line(sock, buf, size, nullptr, err);
 }
 
 std::int32_t SMTP_returnMessage(std::int32_t sock, char* buf, std::int32_t size,
                                 std::uint32_t* err) noexcept {
     TraceScope trace("smtp0d00", "smtp0dFF");
     common::set_error(err, 0);
+    common::SeenAhead ahead;
     do {
-        const std::int32_t rc = SMTP_recv(sock, buf, size, err);
+        const std::int32_t rc = smtp::receive_line(sock, buf, size, &ahead, err);
         if (rc != smtp::kOk) return trace.fail("smtp0d10", rc);
     } while (smtp::goes_on({buf, static_cast<std::size_t>(size)}));
     return trace.leave(smtp::kOk);

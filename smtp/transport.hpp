@@ -6,6 +6,8 @@
 #include <span>
 #include <string_view>
 
+#include "common/socket_io.hpp"
+
 namespace ovrmail::smtp {
 
 // Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and trace
@@ -24,5 +26,9 @@ struct TracedLine {
 // Sends `lines`, which must lie one behind the other in memory, as a note and one SMTP_send for
 // each would (no empty ones; the clock runs on). Results and error word as SMTP_send.
 std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept;
+
+// SMTP_recv for the lines of one reply: what is seen of later lines is remembered in `ahead`.
+std::int32_t receive_line(int sock, char* buf, std::int32_t size, common::SeenAhead* ahead,
+                          std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::smtp
