@@ -55,6 +55,6 @@ std::int32_t SMTP_connect(const char* server, std::uint32_t port, std::uint32_t*
     if (made.fd >= 0) return trace.leave(made.fd);
     common::set_error(err, made.error);
     MailLogSysErrWrite(g_pLogHandle, made.call_name(), -1, made.error, nullptr);
-    if (made.ended == common::ConnectStep::kSocket) return trace.fail("smtp1010", smtp::kSocket);
-    return trace.fail("smtp1020", smtp::kConnect);
+    if (made.ended == common::ConnectStep::kSocket) return trace.fail("smtp1060", smtp::kSocket);
+    return trace.fail("smtp1070", smtp::kConnect);
 }

@@ -100,14 +100,6 @@ TEST(Auth, Dialogues) {
     }
 }
 
-TEST(Auth, NothingOffered) {
-    for (const char* const ehlo : {"502 what\r\n", "250-hi\r\n250 SIZE\r\n"}) {
-        ScriptedServer server(friendly({{"EHLO", ehlo}}), {.any_order = true});
-        std::uint32_t err = 99;
-        EXPECT_EQ(sign_in(server, account(kAll, kUser, kPassword), &err), 2);
-    }
-}
-
 // Fields that are full, without a NUL, and a line that is as long as a reply can be.
 TEST(Auth, LongestFields) {
     const std::string longest(70, 'x');
