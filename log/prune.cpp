@@ -109,8 +109,8 @@ private:
     void drop_others() noexcept {
         const auto files = files_.items();
         const auto gone = std::remove_if(files.begin(), files.end(), [&](Candidate& file) {
-            struct stat status {};
-            if (::fstatat(::dirfd(stream_), name_of(file), &status, 0) != 0) return true;
+            struct stat64 status {};
+            if (::fstatat64(::dirfd(stream_), name_of(file), &status, 0) != 0) return true;
             file.written = status.st_mtim;
             return !S_ISREG(status.st_mode);
         });

@@ -338,6 +338,7 @@ TEST(TraceConfig, FileNameOfTheThread) {
 TEST_F(Trace, PruningKeepsTheNewest) {
     const auto make = [&](const std::string& name, int age) {
         write_file(dir.file(name), "");
+        fs::resize_file(dir.file(name), 3'000'000'000);  // more than a 32-bit off_t holds
         const timespec times[2] = {{}, {1'000'000 - age, 0}};
         ::utimensat(AT_FDCWD, dir.file(name).c_str(), times, 0);
     };
