@@ -57,7 +57,9 @@ bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
     if (S_ISDIR(status.st_mode)) return true;
     // Files of /proc call themselves regular and empty.
     const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
-    return load_open(fd.get(), sized ? static_cast<std::size_t>(status.st_size) : 0, profile, size);
+    // More than an address space holds is no memory, not a part of the file.
+    const auto expected = std::min<std::uint64_t>(sized ? status.st_size : 0, SIZE_MAX);
+    return load_open(fd.get(), static_cast<std::size_t>(expected), profile, size);
 }
 
 // Takes the next line off `rest`, without its line feed.
