@@ -1,4 +1,6 @@
 // staging.cpp - the body in a working file with network line ends, and the decision to split.
+#include <sys/stat.h>
+
 #include <cstring>
 #include <limits>
 #include <string_view>
@@ -47,7 +49,7 @@ std::int32_t write_body_file(SendJob& job) noexcept {
 }
 
 // What base64 makes of a file, without line breaks: (size * 4 + 2) / 3 without the overflow.
-std::uint64_t encoded_size(off_t size) noexcept {
+std::uint64_t encoded_size(off64_t size) noexcept {
     const auto bytes = static_cast<std::uint64_t>(size);
     return bytes / 3 * 4 + (bytes % 3 * 4 + 2) / 3;
 }
@@ -59,8 +61,8 @@ std::int64_t estimate_size_kb(SendJob& job) noexcept {
     if (job.body != nullptr) total += std::strlen(job.body.get());
     job.has_attachment = false;
     for (const MailEntry& part : job.attachments()) {
-        struct stat status {};
-        if (FileStat(static_cast<const char*>(part.value), &status) != 0) {
+        struct stat64 status {};  // of 64 bits everywhere, unlike that of FileStat
+        if (::stat64(static_cast<const char*>(part.value), &status) != 0) {
             return trace.fail("GETSIZE0010", MAIL_E_ATTACHMENT,
                               static_cast<std::uint32_t>(GetErrorCode()));
         }

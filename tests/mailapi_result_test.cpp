@@ -105,7 +105,7 @@ const LocalFault kLocalFaults[] = {
     {"body file", "cannot be made", kStaged, "open", "/EMT", EACCES},
     {"body file", "disk full", kStaged, "write", "/EMT", ENOSPC},
     {"body file", "cannot be read", kStaged, "read", "/EMT", EIO},
-    {"attachment", "cannot be examined", kStaged, "stat", "kept.bin", EACCES},
+    {"attachment", "cannot be examined", kStaged, "stat64", "kept.bin", EACCES},
     {"attachment", "cannot be opened", kStaged, "open", "kept.bin", EACCES},
     {"attachment", "cannot be read", kStaged, "read", "kept.bin", EIO},
     {"prepared header", "cannot be opened", kPrepared, "open", "header.txt", EACCES},
