@@ -108,10 +108,11 @@ std::int32_t Auth_GetCertPlainString(const char* user, const char* password, cha
 std::int32_t Auth_GetCertLoginString(const char* user, const char* password, char* out_user,
                                      char* out_password) noexcept {
     log::TraceScope trace("AHLGIN0000", "AHLGINFFFF");
+    for (char* const out : {out_user, out_password})
+        if (out != nullptr) *out = '\0';
     if (out_user == nullptr || out_password == nullptr) return trace.fail("AHLGIN0010", -1);
     const std::string_view name = smtp::text_or_empty(user);
     const std::string_view key = smtp::text_or_empty(password);
-    *out_user = *out_password = '\0';
     if (common::base64_length(std::max(name.size(), key.size())) >= smtp::kLoginTextSize)
         return trace.fail("AHLGIN0020", -1);
     smtp::Auth_toBase64(name, {out_user, smtp::kLoginTextSize});

@@ -131,6 +131,8 @@ TEST(Credentials, Texts) {
     EXPECT_STREQ(out, "");
     EXPECT_EQ(Auth_GetCertCramString("u", "p", (std::string(682, 'A') + "==").c_str(), out), 0);
     EXPECT_EQ(Auth_GetCertPlainString("u", "p", nullptr), -1);
+    EXPECT_EQ(Auth_GetCertLoginString("u", "p", out, nullptr), -1);
+    EXPECT_STREQ(out, "");
 }
 
 TEST(Credentials, Decoder) {
