@@ -7,10 +7,10 @@
  * All functions return 0; -1 when a profile could not be opened for want of memory, when a setter
  * finds a file that it cannot read, or for a null record; -2 when a key is missing (so a missing
  * file, too) or the file could not be written. err  out, may be null: errno of what failed in the
- * system; untouched when nothing did A setter rewrites each file wholly or leaves it as it was, on
- * a full disk as well; Com_ClosePrivateProfile2 says how and with which exceptions. Comments and
- * empty sections are lost. Two processes that set at the same time are for the callers to keep
- * apart. */
+ * system; untouched when nothing did.
+ * A setter rewrites each file wholly or leaves it as it was, on a full disk as well;
+ * Com_ClosePrivateProfile2 says how and with which exceptions. Comments and empty sections are
+ * lost. Two processes that set at the same time are for the callers to keep apart. */
 #ifndef OVRMAIL_INST_INFO_H
 #define OVRMAIL_INST_INFO_H
 

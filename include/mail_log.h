@@ -4,7 +4,7 @@
  * that has come within 500 bytes of its size is moved to generation 1 ("rmsmtpPID.log1", older
  * ones further up) at the next opening. Settings come from the section "LOG" of
  * "/etc/opt/Quorvin/trc_conf": LOGSIZE (KiB, 10 to 100) and LOGNUM (files kept in the directory,
- * 5 to 100, or 0 for no log); anything else means 20.
+ * 5 to 100, or 0 for no log); another number means 20, a text without digits counts as 0.
  *
  * Passwords are never handed to these functions: callers write "******" instead. A null handle
  * makes every writer return -1 and do nothing. Failing writes are not reported. */

@@ -92,10 +92,12 @@ typedef struct MailAuthAccount {
 enum {
     MAIL_SENT = 0,
     MAIL_SENT_UNCONVERTED = 1,     /* sent, but the conversion of subject or body failed */
-    MAIL_SENT_UNAUTHENTICATED = 2, /* sent, but the SMTP AUTH asked for did not take place */
+    MAIL_SENT_UNAUTHENTICATED = 2, /* sent, but the SMTP AUTH asked for did not take place; never
+                                    * for a mail that went out in pieces */
     MAIL_E_ARGUMENT = -1,
     MAIL_E_MEMORY = -2,
-    MAIL_E_WORK_FILE = -3,  /* a working file failed; detail: decimal errno */
+    MAIL_E_WORK_FILE = -3,  /* a working file failed, or an attachment or prepared file could not
+                             * be read; detail: decimal errno */
     MAIL_E_TIMEOUT = -4,    /* no answer within the time-out */
     MAIL_E_RECIPIENT = -5,  /* recipient list not usable */
     MAIL_E_REJECTED = -6,   /* the server refused a command; detail: its reply */
@@ -108,9 +110,9 @@ enum {
     MAIL_E_POP_TIMEOUT = -17, /* POP before SMTP: no reply line within the time-out */
     MAIL_E_POP_CONNECT = -18, /* POP before SMTP: no connection; detail: decimal code */
     MAIL_E_INTERNAL = -20,    /* any other internal failure */
-    MAIL_E_REJECTED_AUTH_FAILED =
-        -25,                      /* MAIL refused after every mechanism failed; detail: reply */
-    MAIL_E_REJECTED_NO_AUTH = -26 /* MAIL refused, no mechanism in common; detail: reply */
+    /* MAIL or RCPT refused, of the first piece in a split mail; detail: the server's reply */
+    MAIL_E_REJECTED_AUTH_FAILED = -25, /* after every mechanism failed */
+    MAIL_E_REJECTED_NO_AUTH = -26      /* without a mechanism in common */
 };
 
 MAIL_END_DECLS

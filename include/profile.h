@@ -6,9 +6,9 @@
  * The file, line by line: "[name]" starts a section, "key=value" adds a key to it; blank lines,
  * lines whose first character after blanks is ";", and all other lines are ignored. Nothing is
  * trimmed: blanks around the "=" belong to key and value. Names are compared byte by byte; of
- * several sections or keys of one name the first counts. A line ends at CR or LF; one of more than
- * 1,024 characters goes on as a line of its own. Names hold at most 67 characters: a longer key is
- * ignored, a longer section with all its keys. */
+ * several sections or keys of one name the first counts. A line ends at LF, and what follows a CR
+ * or a NUL in it is ignored; one of more than 1,024 characters goes on as a line of its own. Names
+ * hold at most 67 characters: a longer key is ignored, a longer section with all its keys. */
 #ifndef OVRMAIL_PROFILE_H
 #define OVRMAIL_PROFILE_H
 
