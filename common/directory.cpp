@@ -160,10 +160,12 @@ std::int32_t DirectryClose(DIR* stream) noexcept {
 }
 
 std::int32_t DirectryMake(const char* path) noexcept {
-    if (path == nullptr || ::mkdir(path, kDirectoryMode) != 0) return kNotMade;
+    if (path == nullptr) return errno = EFAULT, kNotMade;
+    if (::mkdir(path, kDirectoryMode) != 0) return kNotMade;
     return give_to_owner(path) ? kMade : kMadeNotOwned;
 }
 
 std::int32_t ExecDelDir(const char* path, std::int32_t depth_limit) noexcept {
-    return path != nullptr ? TreeRemover(depth_limit).remove(path) : kNotRemoved;
+    if (path == nullptr) return errno = EFAULT, kNotRemoved;
+    return TreeRemover(depth_limit).remove(path);
 }

@@ -69,7 +69,8 @@ using namespace ovrmail::common;
 
 std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char* name,
                       const char* target_name) noexcept {
-    if (source_dir == nullptr || target_dir == nullptr || name == nullptr) return kFailed;
+    if (source_dir == nullptr || target_dir == nullptr || name == nullptr)
+        return errno = EFAULT, kFailed;
     Path source;
     Path target;
     struct stat64 status {};
