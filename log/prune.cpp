@@ -78,8 +78,7 @@ public:
     explicit OldFiles(DIR* stream) noexcept : stream_(stream) {}
 
     [[nodiscard]] bool collect(std::string_view prefix) noexcept {
-        dirent entry;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-        while (const dirent* const found = DirectryRead(stream_, &entry)) {
+        while (const dirent64* const found = ::readdir64(stream_)) {
             const std::size_t length = std::strlen(found->d_name);
             if (found->d_ino == 0 || !std::string_view(found->d_name, length).starts_with(prefix))
                 continue;

@@ -49,8 +49,8 @@ bool open_ring_file(const char* path, RingFile& file) noexcept {
     file.fd.reset(retry_eintr(kNoLimit, [&] { return ::open(path, O_RDWR | O_CLOEXEC); }));
     mode_t mode = 0;
     if (file.fd.valid()) {
-        struct stat status {};
-        if (::fstat(file.fd.get(), &status) != 0) return false;
+        struct stat64 status {};
+        if (::fstat64(file.fd.get(), &status) != 0) return false;
         file.length = static_cast<std::uint64_t>(status.st_size);
         file.is_new = file.length < kRingStart;
         mode = status.st_mode & 07777;

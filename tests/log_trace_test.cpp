@@ -47,7 +47,7 @@ bool fails(const char* call) {
     }
 
 extern "C" {
-FAILING(int, fstat, (int fd, struct stat* status), (fd, status))
+FAILING(int, fstat64, (int fd, struct stat64* status), (fd, status))
 FAILING(ssize_t, pread, (int fd, void* to, size_t n, off_t at), (fd, to, n, at))
 FAILING(void*, mmap, (void* at, size_t n, int p, int f, int fd, off_t o), (at, n, p, f, fd, o))
 FAILING(int, unlink, (const char* path), (path))
@@ -231,7 +231,7 @@ TEST_F(Trace, LevelsGate) {
 
 TEST_F(Trace, EveryFailureEndsWithoutLeftovers) {
     for (const char* call :
-         {"fstat", "pread", "pwrite", "short pwrite", "mmap", "unlink", "close"}) {
+         {"fstat64", "pread", "pwrite", "short pwrite", "mmap", "unlink", "close"}) {
         for (const std::uint32_t size_kb : {5U, 100U}) {
             const int before = support::open_descriptors();
             int failures = 0;
