@@ -14,9 +14,8 @@
  * failing call (ENOSPC for a write that was cut short); err may be null. A null text counts as
  * empty. Nothing written before a failure is removed: the caller discards the file.
  *
- * Text and subject are Shift_JIS or ASCII. Addresses, subject and the names of attachments go into
- * the header as they are: they must hold no CR or LF. Not reentrant: one message at a time in a
- * process. */
+ * Text and subject are Shift_JIS or ASCII. Addresses and subject go into the header as they are:
+ * they must hold no CR or LF. Not reentrant: one message at a time in a process. */
 #ifndef OVRMAIL_MIME_H
 #define OVRMAIL_MIME_H
 
@@ -94,7 +93,8 @@ MAIL_API uint32_t SMTP_sjistojis(uint32_t code) MAIL_NOEXCEPT;
 MAIL_API int32_t SMTP_toBase64(char* src, char* dst, int32_t length) MAIL_NOEXCEPT;
 
 /* SMTP_makeAppendData - append a file as a base64 part (RFC 2045 6.8), at the file position.
- *   path         file to attach; what follows its last "/" or ":" (not in first place) is the name
+ *   path         file to attach; what follows its last "/" or ":" (not in first place) is the name,
+ *                in which each CR or LF becomes a blank
  *   boundary     as made by SMTP_makeTopData
  *   more_follow  0: the last attachment, the closing delimiter is written behind it
  * Returns 0; -31 attachment not opened; -32 attachment not read; -33. */

@@ -31,8 +31,19 @@ std::string_view attachment_name(std::string_view path) noexcept {
     return common::skip(path, separator + 1);
 }
 
+// A line break in a file name would forge headers, or end the message: it becomes a blank.
+bool put_name(BlockWriter& out, std::string_view name) noexcept {
+    for (;;) {
+        const std::size_t length = std::min(name.find_first_of("\r\n"), name.size());
+        if (!out.put(name.substr(0, length))) return false;
+        if (length == name.size()) return true;
+        if (!out.put(" ")) return false;
+        name.remove_prefix(length + 1);
+    }
+}
+
 bool put_quoted(BlockWriter& out, std::string_view start, std::string_view name) noexcept {
-    return out.put(start) && out.put(name) && out.put("\"\r\n");
+    return out.put(start) && put_name(out, name) && out.put("\"\r\n");
 }
 
 // Kept: the second form, with the name alone, is what some mail readers were fitted to.

@@ -111,8 +111,8 @@ TEST_F(Compose, TextPart) {
 
 TEST_F(Compose, AttachmentNamesAndLines) {
     ASSERT_EQ(::chdir(dir_.path().c_str()), 0);
-    for (const string path : {"x.dat", "C:x.dat", "./x.dat", ":yx.dat"}) {
-        const string name = path[0] == ':' ? path : "x.dat";
+    for (const string path : {"x.dat", "C:x.dat", "./x.dat", ":yx.dat", "a\r\n.\nb"}) {
+        const string name = path[0] == ':' ? path : path[0] == 'a' ? "a  . b" : "x.dat";
         save(path, "");
         for (Content_D_flg = 0; Content_D_flg <= 1; ++Content_D_flg) {
             restart();
