@@ -196,7 +196,9 @@ TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level)
     ::pthread_mutex_init(&trace->lock, nullptr);
     trace->level = level;
     if (level == 0 || size_kb == 0) return trace.release();
+    if (path == nullptr) errno = EFAULT;
     if (path == nullptr || !log::attach_file(*trace, path, size_kb)) {
+        ::pthread_mutex_destroy(&trace->lock);
         ::pthread_mutex_destroy(&g_cs);
         return nullptr;
     }
