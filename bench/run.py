@@ -1,6 +1,6 @@
 """Measures the library beside its peers and writes the document; started by scripts/bench.sh.
 
-    run.py --build DIR [--rounds N] [--smoke] [--report-only] [--out FILE]
+    run.py --build DIR [--rounds N] [--minutes N] [--smoke] [--report-only] [--out FILE]
 
 Rounds are interleaved: every client runs once per round, in an order that turns, so that a noisy
 moment of the machine meets all of them. Every client's mail is checked by content first. --smoke
@@ -11,6 +11,7 @@ import os
 import pathlib
 import sys
 import tempfile
+import time
 
 import content
 import measure
@@ -21,6 +22,7 @@ from measure import LIMIT, OFF, ON
 MIB = 1024 * 1024
 MAXSEG = 1460  # less 12 bytes of time stamp: segments of 1,448 bytes
 DELAY_MS = 20
+ATTACHMENT_ROUNDS = 5  # long runs are less noisy
 RUN_SECONDS = 1  # a client that stalls sends fewer mails per run
 
 
@@ -76,26 +78,39 @@ def check_content(build, clients, works, directory):
     kept.unlink()
 
 
-def time_works(build, clients, works, rounds):
-    """{work: {client: [figures of each round]}}"""
-    results = {}
-    for letter, work in works.items():
-        print(f"work {letter}: {work['title']}", file=sys.stderr)
-        results[letter] = {client: [] for client in clients}
-        with measure.sink(build, **work["sink"]) as port:
-            counts = {}
-            for client, command in clients.items():
-                counts[client] = 1
-                if work["count"] > 1:
-                    sample = measure.run(client, command, work, port, 1, warm=1)["wall"]
-                    counts[client] = max(1, min(work["count"], int(RUN_SECONDS / sample)))
-            names = list(clients)
-            for number in range(rounds):
-                turn = number % len(names)
+def mails_per_run(clients, work, port):
+    """As many mails as the work says, fewer for a client that stalls."""
+    counts = {}
+    for client, command in clients.items():
+        counts[client] = 1
+        if work["count"] > 1:
+            sample = measure.run(client, command, work, port, 1, warm=1)["wall"]
+            counts[client] = max(1, min(work["count"], int(RUN_SECONDS / sample)))
+    return counts
+
+
+def time_works(build, clients, works, rounds, minutes):
+    """{work: {client: [figures of each round]}}; stops early, after whole rounds, when the time is
+    over."""
+    results = {letter: {client: [] for client in clients} for letter in works}
+    counts = {}
+    names = list(clients)
+    end = time.monotonic() + minutes * 60
+    for number in range(rounds):
+        turn = number % len(names)
+        for letter, work in works.items():
+            if work["attachment"] and number >= ATTACHMENT_ROUNDS:
+                continue
+            print(f"round {number + 1}: {work['title']}", file=sys.stderr)
+            with measure.sink(build, **work["sink"]) as port:
+                if letter not in counts:
+                    counts[letter] = mails_per_run(clients, work, port)
                 for client in names[turn:] + names[:turn]:
-                    figures = measure.run(client, clients[client], work, port, counts[client],
-                                          warm=0 if work["attachment"] else 1)
-                    results[letter][client].append(figures)
+                    results[letter][client].append(
+                        measure.run(client, clients[client], work, port, counts[letter][client],
+                                    warm=0 if work["attachment"] else 1))
+        if time.monotonic() > end:
+            break
     return results
 
 
@@ -131,6 +146,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True)
     parser.add_argument("--rounds", type=int, default=7)
+    parser.add_argument("--minutes", type=float, default=30, help="no new round begins later")
     parser.add_argument("--smoke", action="store_true")
     parser.add_argument("--out", default="performance.md")
     parser.add_argument("--report-only", action="store_true",
@@ -151,12 +167,14 @@ def main():
             check_content(options.build, clients, [works[k] for k in "adf"] + [sizes[1]], directory)
             return
         check_content(options.build, clients, [works[k] for k in "abcdf"], directory)
-        results = {"works": time_works(options.build, clients, works, options.rounds),
-                   "titles": {letter: work["title"] for letter, work in works.items()},
+        results = {"titles": {letter: work["title"] for letter, work in works.items()},
                    "calls": count_calls(options.build, clients, works),
-                   "growth": grow(options.build, clients, works, sizes, options.rounds),
                    "micro": micro.run(options.build, directory),
-                   "rounds": options.rounds, "delay_ms": DELAY_MS}
+                   "growth": grow(options.build, clients, works, sizes,
+                                  min(options.rounds, ATTACHMENT_ROUNDS)),
+                   "works": time_works(options.build, clients, works, options.rounds,
+                                       options.minutes),
+                   "delay_ms": DELAY_MS}
     saved.write_text(json.dumps(results, indent=1))
     pathlib.Path(options.out).write_text(report.document(json.loads(saved.read_text())))
 

@@ -1,6 +1,7 @@
 #!/bin/bash
-# bench.sh [ROUNDS] - measures the library beside its peers: installs them, builds, runs, and writes
-# docs/performance.md. Takes some twenty minutes; a quiet machine gives quiet figures.
+# bench.sh [ROUNDS [MINUTES]] - measures the library beside its peers: installs them, builds, runs,
+# and writes docs/performance.md. A quiet machine gives quiet figures; seven rounds take some twenty
+# minutes there, and after MINUTES of rounds, 30 without an argument, no new one begins.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -8,5 +9,5 @@ scripts/install_packages.sh build bench
 cmake --preset release -DOVRMAIL_BUILD_BENCH=ON >/dev/null
 cmake --build build -j "$(nproc)" >/dev/null
 tests/support/private_dirs.sh python3 bench/run.py --build "$PWD/build" --rounds "${1:-7}" \
-    --out "$PWD/docs/performance.md"
+    --minutes "${2:-30}" --out "$PWD/docs/performance.md"
 cat docs/performance.md
