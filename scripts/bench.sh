@@ -8,6 +8,6 @@ cd "$(dirname "$0")/.."
 scripts/install_packages.sh build bench
 cmake --preset release -DOVRMAIL_BUILD_BENCH=ON >/dev/null
 cmake --build build -j "$(nproc)" >/dev/null
-tests/support/private_dirs.sh python3 bench/run.py --build "$PWD/build" --rounds "${1:-7}" \
+tests/support/private_dirs.sh python3 -B bench/run.py --build "$PWD/build" --rounds "${1:-7}" \
     --minutes "${2:-30}" --out "$PWD/docs/performance.md"
 cat docs/performance.md
