@@ -176,7 +176,8 @@ def document(results):
             "Written by `scripts/bench.sh`; every figure is of one run on one machine:", machine(), "",
             f"Medians of {len(results['works']['a'][OFF])} interleaved rounds "
             f"({len(results['works']['c'][OFF])} with attachments), per mail; noise is half the "
-            "distance between the quartiles. Every client is a process of its own, sends to the same sink on "
+            f"distance between the quartiles; the load average was {results['load']:.1f} at the start, "
+            "and the bench by itself adds about one. Every client is a process of its own, sends to the same sink on "
             "loopback over a fresh connection per mail, and was checked by content first. Client and "
             "sink have a processor each, where the title says nothing else. Files lie in memory. "
             "\"Off\" and \"on\" are log and trace of the library; on is the default. "

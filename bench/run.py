@@ -167,7 +167,8 @@ def main():
             check_content(options.build, clients, [works[k] for k in "adf"] + [sizes[1]], directory)
             return
         check_content(options.build, clients, [works[k] for k in "abcdf"], directory)
-        results = {"titles": {letter: work["title"] for letter, work in works.items()},
+        results = {"load": os.getloadavg()[0],
+                   "titles": {letter: work["title"] for letter, work in works.items()},
                    "calls": count_calls(options.build, clients, works),
                    "micro": micro.run(options.build, directory),
                    "growth": grow(options.build, clients, works, sizes,
