@@ -3,6 +3,7 @@
 // Trace and log settings, the mail options and the installation records are read here. The file
 // is taken with one read and indexed in place: names and values stay where they were read.
 // Owns nothing beyond the profile it returns; several threads may use profiles of their own.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,9 +17,9 @@
 #include "common/block_io.hpp"
 #include "common/error_word.hpp"
 #include "common/profile.hpp"
+#include "common/retry.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
-#include "file_util.h"
 
 namespace ovrmail::common {
 namespace {
@@ -48,7 +49,9 @@ bool load_open(int fd, std::size_t expected, MailProfile& profile, std::size_t& 
 // The whole file into profile.text; what cannot be opened or read is empty. False when memory runs
 // out.
 bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
-    const UniqueFd fd(FileOpenRead(path));
+    // Without waiting: a FIFO in place of the file must not hold up the agent.
+    const UniqueFd fd(
+        retry_eintr(kNoLimit, [path] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     struct stat64 status {};
     if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) {
         if (errno != ENOENT && errno != ENOTDIR) profile.read_error = errno;

@@ -70,7 +70,7 @@ typedef struct MailTimeout {
     uint32_t ulEndDataTimeOut;  /* [600] end of data and its reply */
 } MailTimeout;
 
-/* Account of POP before SMTP (MAIL_AUTH_POP_BEFORE_SMTP). */
+/* Account of POP before SMTP (MAIL_AUTH_POP_BEFORE_SMTP). No text may hold a CR or LF. */
 typedef struct MailPopAccount {
     uint32_t ulPort;     /* POP3 port; 0: the "pop3" service, else 110 */
     int32_t lWaitMs;     /* milliseconds to wait after the POP session, 0 to 3,600,000 */

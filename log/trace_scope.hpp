@@ -55,6 +55,12 @@ public:
         return result;
     }
 
+    std::int32_t fail(const char* point, std::int32_t result, std::string_view bytes) noexcept {
+        ended_ = true;
+        write(kLevelFailure, point, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        return result;
+    }
+
     // A failure that does not end the function.
     void mark(const char* point, std::int32_t value) noexcept {
         write(kLevelFailure, point, &value, sizeof value);

@@ -32,8 +32,8 @@ std::int32_t check_auth_option(const MailEntry& auth) noexcept {
     constexpr std::size_t kTracedBytes = 12;
     log::TraceScope trace("CHKCERT0000", "CHKCERTFFFF");
     if (auth.kind != MAIL_AUTH_POP_BEFORE_SMTP && auth.kind != MAIL_AUTH_SMTP) {
-        Twrite(g_trace, log::kLevelFailure, "CHKCERT0010", &auth, kTracedBytes);
-        return trace.fail("CHKCERT0010", MAIL_E_ARGUMENT);
+        const auto* const bytes = reinterpret_cast<const char*>(&auth);
+        return trace.fail("CHKCERT0010", MAIL_E_ARGUMENT, {bytes, kTracedBytes});
     }
     if (auth.value == nullptr) return trace.fail("CHKCERT0020", MAIL_E_ARGUMENT);
     return trace.leave(0);

@@ -5,6 +5,8 @@
 #include <sys/select.h>
 
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 #include "common/retry.hpp"
 #include "common/text.hpp"
@@ -21,12 +23,17 @@ constexpr std::int32_t kWaitMaxMs = 3600000;
 constexpr std::uint32_t kTimeOutDefault = 60;
 constexpr std::uint32_t kTimeOutMax = 3600;
 
+// A text of `least` characters up to its field's size less the NUL, on one line: with a line break
+// a name or password would write POP3 commands of its own.
+bool is_valid_field(std::span<const char> field, std::size_t least) noexcept {
+    const std::string_view text = common::bounded(field);
+    return text.size() >= least && text.size() < field.size() &&
+           text.find_first_of("\r\n") == text.npos;
+}
+
 bool is_valid(const MailPopAccount& account) noexcept {
-    const std::size_t user = common::bounded(account.szUser).size();
-    const std::size_t password = common::bounded(account.szPassword).size();
-    const std::size_t host = common::bounded(account.szHost).size();
-    return user >= 1 && user < sizeof account.szUser && password < sizeof account.szPassword &&
-           host >= 1 && host < sizeof account.szHost && account.lWaitMs >= 0 &&
+    return is_valid_field(account.szUser, 1) && is_valid_field(account.szPassword, 0) &&
+           is_valid_field(account.szHost, 1) && account.lWaitMs >= 0 &&
            account.lWaitMs <= kWaitMaxMs;
 }
 

@@ -10,8 +10,11 @@ namespace ovrmail::mime {
 
 common::UniqueFd open_to_read(const char* path) noexcept {
     const char* const name = path != nullptr ? path : "";
-    return common::UniqueFd(common::retry_eintr(
-        common::kNoLimit, [name] { return ::open(name, O_RDONLY | O_CLOEXEC | O_LARGEFILE); }));
+    // Without waiting: a FIFO in place of a file is empty, or fails to be read, but holds up
+    // nobody.
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE;
+    return common::UniqueFd(
+        common::retry_eintr(common::kNoLimit, [name] { return ::open(name, kFlags); }));
 }
 
 std::int32_t fail(log::TraceScope& trace, const char* point, Result result, int error,

@@ -109,6 +109,8 @@ const Case kCases[] = {
     {"pop password 65", [](auto& m) { m.use_pop(), std::memset(m.pop.szPassword, 'p', 65); }, -1},
     {"pop host empty", [](auto& m) { m.use_pop(), m.pop.szHost[0] = 0; }, -1},
     {"pop host 257", [](auto& m) { m.use_pop(), std::memset(m.pop.szHost, 'h', 257); }, -1},
+    {"pop user in lines", [](auto& m) { m.use_pop(), m.pop.szUser[0] = '\n'; }, -1},
+    {"pop password in lines", [](auto& m) { m.use_pop(), m.pop.szPassword[0] = '\r'; }, -1},
     {"pop wait below 0", [](auto& m) { m.use_pop(), m.pop.lWaitMs = -1; }, -1},
     {"pop wait too long", [](auto& m) { m.use_pop(), m.pop.lWaitMs = 3600001; }, -1},
     {"pop wait longest",

@@ -1,6 +1,7 @@
 // Composition: header block, text part, attachments, what fails; and whole or partial sending.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -161,6 +162,10 @@ TEST_F(Compose, TargetFileLines) {
         EXPECT_EQ(composed(), c.wanted) << c.name;
     }
     EXPECT_EQ(SMTP_makeAppend_TargetFile(fd_, dir_.path().c_str(), &err_), -31) << "a directory";
+    const string fifo = dir_.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(SMTP_makeAppend_TargetFile(fd_, fifo.c_str(), &err_), 0)
+        << "a FIFO is not waited for";
     EXPECT_EQ(err_, static_cast<unsigned>(EISDIR));
 }
 
