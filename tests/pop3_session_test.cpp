@@ -6,12 +6,14 @@
 #include <cerrno>
 
 #include "pop3.h"
-#include "support/net_faults.hpp"
+#include "support/fault.hpp"
 #include "support/scripted_server.hpp"
+#include "support/support.hpp"
 
 namespace {
 
 using namespace support;
+using namespace fault;
 
 struct Ended {
     std::int32_t login = 1, stat = 1, logout = 1;  // 1: not reached

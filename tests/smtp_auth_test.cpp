@@ -10,12 +10,14 @@
 
 #include "smtp.h"
 #include "smtp/credentials.hpp"
-#include "support/net_faults.hpp"
+#include "support/fault.hpp"
 #include "support/scripted_server.hpp"
+#include "support/support.hpp"
 
 namespace {
 
 using namespace support;
+using namespace fault;
 
 constexpr int kAll = MAIL_MECH_LOGIN | MAIL_MECH_PLAIN | MAIL_MECH_CRAM_MD5;
 

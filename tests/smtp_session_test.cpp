@@ -8,13 +8,14 @@
 #include <map>
 
 #include "smtp.h"
-#include "support/net_faults.hpp"
+#include "support/fault.hpp"
 #include "support/scripted_server.hpp"
 #include "support/support.hpp"
 
 namespace {
 
 using namespace support;
+using namespace fault;
 
 enum Step { kInit, kMail, kData, kEnd, kReset, kQuit, kDone };
 

@@ -15,12 +15,14 @@
 #include "pop3.h"
 #include "smtp.h"
 #include "smtp/transport.hpp"
-#include "support/net_faults.hpp"
+#include "support/fault.hpp"
 #include "support/scripted_server.hpp"
+#include "support/support.hpp"
 
 namespace {
 
 using namespace support;
+using namespace fault;
 
 // A connected pair of which the test is both ends, and a running budget.
 struct Pair : Faults {

@@ -14,11 +14,14 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <optional>
 #include <type_traits>
 
 #include "support/scripted_server.hpp"
@@ -34,6 +37,7 @@ struct Order {
 };
 
 thread_local bool t_watched = false;
+thread_local Faults* t_plan = nullptr;
 int g_countdown = 0;
 Mode g_mode = Mode::kFail;
 Order g_order;
@@ -45,6 +49,20 @@ long g_slept_ms = 0;
 time_t g_clock_offset = 0;
 
 constexpr int kSliceMs = 2;
+constexpr int kLongestRealWaitMs = 60;  // with a plan: for a server thread on a busy machine
+
+// What is planned for this call.
+std::optional<Outcome> planned(const char* function) {
+    if (t_plan == nullptr) return {};
+    ++t_plan->calls[function];
+    auto& queue = t_plan->next[function];
+    if (queue.empty()) return {};
+    const Outcome outcome = queue.front();
+    queue.pop_front();
+    t_plan->now += outcome.seconds;
+    if (outcome.result == -1) errno = outcome.error;
+    return outcome;
+}
 
 bool ordered(std::string_view function, std::string_view about) {
     if (g_order.function != function || about.find(g_order.about) == std::string_view::npos) {
@@ -141,6 +159,21 @@ Value failure() {
     }
 }
 
+// What a call returns instead of being made. One that is made may have less to do.
+template <class Result>
+std::optional<Result> instead(const char* function, std::string_view about,
+                              std::size_t* size = nullptr) {
+    if constexpr (std::is_integral_v<Result>) {
+        if (const auto plan = planned(function)) {
+            if (size == nullptr || plan->result <= 0) return static_cast<Result>(plan->result);
+            *size = std::min(*size, static_cast<std::size_t>(plan->result));
+        }
+    }
+    if (fails(function, about)) return failure<Result>();
+    if (size != nullptr) *size = halved(function, *size);
+    return {};
+}
+
 bool peer_is_silent(int fd) {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
@@ -148,13 +181,21 @@ bool peer_is_silent(int fd) {
            ntohs(peer.sin_port) == support::silent_port();
 }
 
-void pass_time(long ms) {
+void pass_seconds(time_t seconds) { (t_plan != nullptr ? t_plan->now : g_clock_offset) += seconds; }
+void sleep_ms(long ms) {
     g_slept_ms += ms;
-    g_clock_offset += ms / 1000;
+    pass_seconds(ms / 1000);
+}
+bool is_virtual() { return t_watched || t_plan != nullptr; }
+const char* seen_peer(const sockaddr* peer) {
+    if (t_plan != nullptr) std::memcpy(&t_plan->peer, peer, sizeof t_plan->peer);
+    return "";
 }
 
 }  // namespace
 
+Faults::Faults() { t_plan = this; }
+Faults::~Faults() { t_plan = nullptr; }
 Watch::Watch() { t_watched = true; }
 Watch::~Watch() { t_watched = false; }
 
@@ -184,11 +225,17 @@ long slept_ms() { return g_slept_ms; }
 }  // namespace fault
 
 // WRAP(result, name, parameters, arguments, about, note): note() sees what the real call gives.
-#define WRAP(result, name, parameters, arguments, about, note)           \
-    result __real_##name parameters;                                     \
-    result __wrap_##name parameters {                                    \
-        if (fault::fails(#name, about)) return fault::failure<result>(); \
-        return fault::note(__real_##name arguments);                     \
+#define WRAP(result, name, parameters, arguments, about, note)                             \
+    result __real_##name parameters;                                                       \
+    result __wrap_##name parameters {                                                      \
+        if (const auto other = fault::instead<result>(#name, about); other) return *other; \
+        return fault::note(__real_##name arguments);                                       \
+    }
+#define WRAP_SIZED(name, parameters, arguments, about)                   \
+    ssize_t __real_##name parameters;                                    \
+    ssize_t __wrap_##name parameters {                                   \
+        const auto other = fault::instead<ssize_t>(#name, about, &size); \
+        return other ? *other : __real_##name arguments;                 \
     }
 #define WRAP_HEAP(name, parameters, arguments, size)        \
     void* __real_##name parameters;                         \
@@ -216,18 +263,15 @@ WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol)
 WRAP_CLOSE(close, int, fault::path_of(it))
 WRAP_CLOSE(fclose, FILE*, "")
 WRAP_CLOSE(closedir, DIR*, "")
-WRAP(ssize_t, read, (int fd, void* out, std::size_t size), (fd, out, fault::halved("read", size)),
-     fault::path_of(fd), same)
-WRAP(ssize_t, write, (int fd, const void* in, std::size_t size),
-     (fd, in, fault::halved("write", size)), fault::path_of(fd), same)
+WRAP_SIZED(read, (int fd, void* out, std::size_t size), (fd, out, size), fault::path_of(fd))
+WRAP_SIZED(write, (int fd, const void* in, std::size_t size), (fd, in, size), fault::path_of(fd))
+WRAP_SIZED(send, (int fd, const void* in, std::size_t size, int flags), (fd, in, size, flags),
+           fault::text(in, size))
+WRAP_SIZED(recv, (int fd, void* out, std::size_t size, int flags), (fd, out, size, flags), "")
 WRAP(ssize_t, pread, (int fd, void* out, std::size_t size, off_t at), (fd, out, size, at),
      fault::path_of(fd), same)
 WRAP(ssize_t, pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in, size, at),
      fault::path_of(fd), same)
-WRAP(ssize_t, send, (int fd, const void* in, std::size_t size, int flags),
-     (fd, in, fault::halved("send", size), flags), fault::text(in, size), same)
-WRAP(ssize_t, recv, (int fd, void* out, std::size_t size, int flags),
-     (fd, out, fault::halved("recv", size), flags), "", same)
 WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
      fault::path_of(fd) + "@" + std::to_string(at), same)
 WRAP(int, unlink, (const char* path), (path), path, same)
@@ -244,7 +288,8 @@ WRAP(ssize_t, pread64, (int fd, void* out, std::size_t size, off64_t at), (fd, o
      fault::path_of(fd), same)
 WRAP(void*, mmap, (void* at, std::size_t size, int protection, int flags, int fd, off_t offset),
      (at, size, protection, flags, fd, offset), fault::path_of(fd), same)
-WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size), "", same)
+WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
+     fault::seen_peer(to), same)
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "", same)
 WRAP(int, gethostname, (char* name, std::size_t size), (name, size), "", same)
@@ -269,44 +314,58 @@ int __real_gethostbyname_r(const char* name, hostent* entry, char* buffer, std::
 int __wrap_gethostbyname_r(const char* name, hostent* entry, char* buffer, std::size_t size,
                            hostent** result, int* error) {
     // No name server is asked: a name under "invalid" is unknown everywhere (RFC 6761).
-    if (std::string_view(name).ends_with(".invalid")) {
-        *result = nullptr;
-        *error = HOST_NOT_FOUND;
-        return ENOENT;
-    }
-    return __real_gethostbyname_r(name, entry, buffer, size, result, error);
+    auto outcome = fault::planned("gethostbyname_r");
+    if (!outcome && std::string_view(name).ends_with(".invalid"))
+        outcome = {ENOENT, HOST_NOT_FOUND};
+    if (!outcome) return __real_gethostbyname_r(name, entry, buffer, size, result, error);
+    *result = nullptr;
+    *error = outcome->error;
+    return static_cast<int>(outcome->result);
+}
+int __real_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
+                           std::size_t size, servent** result);
+int __wrap_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
+                           std::size_t size, servent** result) {
+    if (fault::t_plan != nullptr) fault::t_plan->services.emplace_back(name);
+    *result = nullptr;
+    const auto other = fault::instead<int>("getservbyname_r", name);
+    return other ? *other : __real_getservbyname_r(name, protocol, entry, buffer, size, result);
 }
 
 // Waits in virtual time: once the server has fallen silent, the clock jumps.
 int __real_poll(pollfd* fds, nfds_t count, int wait_ms);
 int __wrap_poll(pollfd* fds, nfds_t count, int wait_ms) {
-    if (fault::fails("poll", "")) return -1;
-    if (!fault::t_watched) return __real_poll(fds, count, wait_ms);
-    for (int waited = 0; waited < wait_ms && !fault::peer_is_silent(fds->fd);
+    if (const auto other = fault::instead<int>("poll", ""); other) return *other;
+    if (!fault::is_virtual()) return __real_poll(fds, count, wait_ms);
+    const int longest =
+        fault::t_plan != nullptr ? std::min(wait_ms, fault::kLongestRealWaitMs) : wait_ms;
+    for (int waited = 0; waited < longest && !fault::peer_is_silent(fds->fd);
          waited += fault::kSliceMs) {
         const int ready = __real_poll(fds, count, fault::kSliceMs);
         if (ready != 0) return ready;
     }
     const int ready = __real_poll(fds, count, 0);
-    if (ready == 0) fault::g_clock_offset += wait_ms / 1000;
+    if (ready == 0) fault::pass_seconds(wait_ms / 1000);
     return ready;
 }
 int __real_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* wait);
 int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* wait) {
     if (!fault::t_watched) return __real_select(count, in, out, other, wait);
     if (fault::fails("select", "")) return -1;
-    fault::pass_time(wait->tv_sec * 1000 + wait->tv_usec / 1000);
+    fault::sleep_ms(wait->tv_sec * 1000 + wait->tv_usec / 1000);
     return 0;
 }
 unsigned __real_sleep(unsigned seconds);
 unsigned __wrap_sleep(unsigned seconds) {
-    if (!fault::t_watched) return __real_sleep(seconds);
-    fault::pass_time(seconds * 1000L);
+    if (!fault::is_virtual()) return __real_sleep(seconds);
+    fault::planned("sleep");
+    fault::sleep_ms(seconds * 1000L);
     return 0;
 }
 time_t __real_time(time_t* out);
 time_t __wrap_time(time_t* out) {
-    const time_t now = __real_time(nullptr) + fault::g_clock_offset;
+    const time_t now = fault::t_plan != nullptr ? fault::t_plan->now
+                                                : __real_time(nullptr) + fault::g_clock_offset;
     if (out != nullptr) *out = now;
     return now;
 }

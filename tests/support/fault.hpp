@@ -1,12 +1,18 @@
 // fault.hpp - makes system and heap calls of the library fail, and time pass at once.
 //
-// Programs that use it link with fault.cpp and wrap the functions of kWrappedCalls (see
-// OVR_FAULT_WRAP in tests/CMakeLists.txt). Only calls made by the thread that holds a Watch count:
+// Programs that use it link with fault_support and wrap the functions of OVR_FAULT_WRAP (see
+// tests/CMakeLists.txt). Only calls made by the thread that holds a Watch or Faults are concerned:
 // the scripted servers run on others.
 #pragma once
 
+#include <netinet/in.h>
+
+#include <ctime>
+#include <deque>
+#include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fault {
 
@@ -23,6 +29,30 @@ public:
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
+};
+
+struct Outcome {
+    long result;      // what the call returns; above 0 for read, write, send, recv: the most bytes
+    int error = 0;    // errno, or h_errno for gethostbyname_r
+    int seconds = 0;  // that the call takes
+};
+
+// While it lives, planned outcomes stand for the next calls, and the clock is its own: a wait in
+// vain takes no time, but moves it.
+struct Faults {
+    Faults();
+    ~Faults();
+    Faults(const Faults&) = delete;
+    Faults& operator=(const Faults&) = delete;
+    void plan(const std::string& call, std::size_t times, Outcome outcome) {
+        next[call].insert(next[call].end(), times, outcome);
+    }
+
+    std::map<std::string, std::deque<Outcome>> next;  // by name of the call
+    std::map<std::string, int> calls;                 // how often it was called
+    std::time_t now = 1'000'000;
+    std::vector<std::string> services;  // names asked of getservbyname_r
+    sockaddr_in peer{};                 // of the last connect()
 };
 
 // The n-th call from now on that `mode` concerns, counted from 1, is hit once.

@@ -1,10 +1,16 @@
 // support.cpp - see support.hpp.
 #include "support/support.hpp"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+#include "mail_log.h"
+#include "trace.h"
 
 namespace support {
 
@@ -31,6 +37,34 @@ std::string read_file(const std::string& path) {
 int open_descriptors() {
     const std::filesystem::directory_iterator fds("/proc/self/fd");
     return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own
+}
+
+LogCapture::LogCapture() {
+    handle_.fd = ::memfd_create("log", MFD_CLOEXEC);
+    g_pLogHandle = &handle_;
+}
+
+LogCapture::~LogCapture() {
+    g_pLogHandle = nullptr;
+    ::close(handle_.fd);
+}
+
+std::string LogCapture::text() const {
+    return read_file("/proc/self/fd/" + std::to_string(handle_.fd));
+}
+
+TraceCapture::TraceCapture() { g_trace = Topen(dir_.file("ring").c_str(), 64, 2); }
+
+TraceCapture::~TraceCapture() {
+    Tclose(g_trace);
+    g_trace = nullptr;
+}
+
+int TraceCapture::count(const std::string& bytes) const {
+    const std::string ring = read_file(dir_.file("ring"));
+    int found = 0;
+    for (std::size_t at = 0; (at = ring.find(bytes, at)) != std::string::npos; ++at) ++found;
+    return found;
 }
 
 }  // namespace support

@@ -1,8 +1,11 @@
-// support.hpp - what every test may use: temporary directories, whole files, open descriptors.
+// support.hpp - what every test may use: temporary directories, whole files, open descriptors, and
+// what the library writes to its log and trace.
 #pragma once
 
 #include <string>
 #include <string_view>
+
+#include "log/mail_log_handle.hpp"
 
 namespace support {
 
@@ -25,5 +28,31 @@ private:
 void write_file(const std::string& path, std::string_view bytes);
 std::string read_file(const std::string& path);
 int open_descriptors();
+
+// What the library writes to the mail log while this lives.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    [[nodiscard]] std::string text() const;
+
+private:
+    MailLogHandle handle_{};
+};
+
+// What the library writes to the trace, at the most talkative level, while this lives.
+class TraceCapture {
+public:
+    TraceCapture();
+    ~TraceCapture();
+    TraceCapture(const TraceCapture&) = delete;
+    TraceCapture& operator=(const TraceCapture&) = delete;
+    [[nodiscard]] int count(const std::string& bytes) const;
+
+private:
+    TempDir dir_;
+};
 
 }  // namespace support
