@@ -19,104 +19,50 @@
 #else
 #define BY_MODEL(lp64, ilp32) (ilp32)
 #endif
-#define SIZE(what, lp64, ilp32) static_assert(sizeof(what) == BY_MODEL(lp64, ilp32), #what)
-#define AT(record, field, offset) static_assert(offsetof(record, field) == (offset), #field)
-#define VALUE(name, value) static_assert((name) == (value), #name)
+#define HOLDS(what, ...) static_assert((__VA_ARGS__), what)
+#define SIZE(what, lp64, ilp32) (sizeof(what) == BY_MODEL(lp64, ilp32))
+#define AT(field, offset) (offsetof(Record, field) == (offset))
+/* The test of one record; inside a function, where its name is free to be Record. */
+#define RECORD(name, lp64, ilp32, ...)                          \
+    void layout_of_##name(void) {                               \
+        typedef name Record;                                    \
+        HOLDS(#name, SIZE(Record, lp64, ilp32) && __VA_ARGS__); \
+    }
+RECORD(MailEntry, 16, 12, AT(kind, 0) && AT(reserved, 4) && AT(value, 8))
+RECORD(MailSplitOption, 8, 8, AT(lSplitSize, 0) && AT(ulPort, 4))
+RECORD(MailTimeout, 24, 24,
+       AT(ulConnectTimeOut, 0) && AT(ulMailFromTimeOut, 4) && AT(ulRcptToTimeOut, 8) &&
+           AT(ulDataTimeOut, 12) && AT(ulSendDataTimeOut, 16) && AT(ulEndDataTimeOut, 20))
+RECORD(MailPopAccount, 400, 400,
+       AT(ulPort, 0) && AT(lWaitMs, 4) && AT(szUser, 8) && AT(szPassword, 73) && AT(szHost, 138) &&
+           AT(usTimeOut, 396))
+RECORD(MailAuthAccount, 136, 136, AT(ulMechanisms, 0) && AT(szUser, 4) && AT(szPassword, 69))
+RECORD(MailInstInfo, 1600, 1600,
+       AT(ulMajorVersion, 0) && AT(ulLevel, 4) && AT(ulMinorVersion, 8) &&
+           AT(ulCompanionMajorVersion, 12) && AT(ulCompanionLevel, 16) &&
+           AT(ulCompanionMinorVersion, 20) && AT(szInstallDir, 24) && AT(szConfigDir, 285) &&
+           AT(szDataDir, 546) && AT(szPartnerInstallDir, 807) && AT(szPartnerConfigDir, 1068) &&
+           AT(szPartnerDataDir, 1329) && AT(ulAddon, 1592) && AT(ulStartType, 1596))
+RECORD(MailMd5Context, 88, 88, AT(state, 0) && AT(count, 16) && AT(buffer, 24))
+RECORD(MailLangInfo, 36, 36, AT(kind, 0) && AT(name, 4))
 
-AT(MailEntry, kind, 0);
-AT(MailEntry, reserved, 4);
-AT(MailEntry, value, 8);
-SIZE(MailEntry, 16, 12);
+HOLDS("exported objects", SIZE(g_trace, 8, 4) && SIZE(g_pLogHandle, 8, 4) && SIZE(g_cs, 40, 24) &&
+                              SIZE(g_stMailTimeout, 24, 24) && SIZE(g_ulTimeOut, 4, 4) &&
+                              SIZE(g_tStartTime, 8, 4) && SIZE(g_ulPopTimeOut, 4, 4) &&
+                              SIZE(Content_D_flg, 4, 4) && SIZE(stEucLangInfo, 324, 324) &&
+                              SIZE(stSjisLangInfo, 180, 180));
 
-AT(MailSplitOption, lSplitSize, 0);
-AT(MailSplitOption, ulPort, 4);
-SIZE(MailSplitOption, 8, 8);
-
-AT(MailTimeout, ulConnectTimeOut, 0);
-AT(MailTimeout, ulMailFromTimeOut, 4);
-AT(MailTimeout, ulRcptToTimeOut, 8);
-AT(MailTimeout, ulDataTimeOut, 12);
-AT(MailTimeout, ulSendDataTimeOut, 16);
-AT(MailTimeout, ulEndDataTimeOut, 20);
-SIZE(MailTimeout, 24, 24);
-
-AT(MailPopAccount, ulPort, 0);
-AT(MailPopAccount, lWaitMs, 4);
-AT(MailPopAccount, szUser, 8);
-AT(MailPopAccount, szPassword, 73);
-AT(MailPopAccount, szHost, 138);
-AT(MailPopAccount, usTimeOut, 396);
-SIZE(MailPopAccount, 400, 400);
-
-AT(MailAuthAccount, ulMechanisms, 0);
-AT(MailAuthAccount, szUser, 4);
-AT(MailAuthAccount, szPassword, 69);
-SIZE(MailAuthAccount, 136, 136);
-
-AT(MailInstInfo, ulMajorVersion, 0);
-AT(MailInstInfo, ulLevel, 4);
-AT(MailInstInfo, ulMinorVersion, 8);
-AT(MailInstInfo, ulCompanionMajorVersion, 12);
-AT(MailInstInfo, ulCompanionLevel, 16);
-AT(MailInstInfo, ulCompanionMinorVersion, 20);
-AT(MailInstInfo, szInstallDir, 24);
-AT(MailInstInfo, szConfigDir, 285);
-AT(MailInstInfo, szDataDir, 546);
-AT(MailInstInfo, szPartnerInstallDir, 807);
-AT(MailInstInfo, szPartnerConfigDir, 1068);
-AT(MailInstInfo, szPartnerDataDir, 1329);
-AT(MailInstInfo, ulAddon, 1592);
-AT(MailInstInfo, ulStartType, 1596);
-SIZE(MailInstInfo, 1600, 1600);
-
-AT(MailMd5Context, state, 0);
-AT(MailMd5Context, count, 16);
-AT(MailMd5Context, buffer, 24);
-SIZE(MailMd5Context, 88, 88);
-
-AT(MailLangInfo, kind, 0);
-AT(MailLangInfo, name, 4);
-SIZE(MailLangInfo, 36, 36);
-
-SIZE(g_trace, 8, 4);
-SIZE(g_pLogHandle, 8, 4);
-SIZE(g_cs, 40, 24);
-SIZE(g_stMailTimeout, 24, 24);
-SIZE(g_ulTimeOut, 4, 4);
-SIZE(g_tStartTime, 8, 4);
-SIZE(g_ulPopTimeOut, 4, 4);
-SIZE(Content_D_flg, 4, 4);
-SIZE(stEucLangInfo, 324, 324);
-SIZE(stSjisLangInfo, 180, 180);
-
-VALUE(MAIL_KIND_RECIPIENT, 1);
-VALUE(MAIL_KIND_BODY, 2);
-VALUE(MAIL_KIND_ATTACHMENT, 3);
-VALUE(MAIL_KIND_ATTACHMENT_TEMP, 4);
-VALUE(MAIL_KIND_PREPARED, 5);
-VALUE(MAIL_KIND_PREPARED_HEADER, 6);
-VALUE(MAIL_AUTH_POP_BEFORE_SMTP, 1);
-VALUE(MAIL_AUTH_SMTP, 2);
-VALUE(MAIL_MECH_LOGIN, 1);
-VALUE(MAIL_MECH_PLAIN, 2);
-VALUE(MAIL_MECH_CRAM_MD5, 4);
-VALUE(MAIL_SENT, 0);
-VALUE(MAIL_SENT_UNCONVERTED, 1);
-VALUE(MAIL_SENT_UNAUTHENTICATED, 2);
-VALUE(MAIL_E_ARGUMENT, -1);
-VALUE(MAIL_E_MEMORY, -2);
-VALUE(MAIL_E_WORK_FILE, -3);
-VALUE(MAIL_E_TIMEOUT, -4);
-VALUE(MAIL_E_RECIPIENT, -5);
-VALUE(MAIL_E_REJECTED, -6);
-VALUE(MAIL_E_SYSTEM, -7);
-VALUE(MAIL_E_ATTACHMENT, -8);
-VALUE(MAIL_E_BUSY, -9);
-VALUE(MAIL_E_CONNECT, -10);
-VALUE(MAIL_E_POP_REFUSED, -15);
-VALUE(MAIL_E_POP_SYSTEM, -16);
-VALUE(MAIL_E_POP_TIMEOUT, -17);
-VALUE(MAIL_E_POP_CONNECT, -18);
-VALUE(MAIL_E_INTERNAL, -20);
-VALUE(MAIL_E_REJECTED_AUTH_FAILED, -25);
-VALUE(MAIL_E_REJECTED_NO_AUTH, -26);
+HOLDS("kinds of entries", MAIL_KIND_RECIPIENT == 1 && MAIL_KIND_BODY == 2 &&
+                              MAIL_KIND_ATTACHMENT == 3 && MAIL_KIND_ATTACHMENT_TEMP == 4 &&
+                              MAIL_KIND_PREPARED == 5 && MAIL_KIND_PREPARED_HEADER == 6);
+HOLDS("authentication", MAIL_AUTH_POP_BEFORE_SMTP == 1 && MAIL_AUTH_SMTP == 2 &&
+                            MAIL_MECH_LOGIN == 1 && MAIL_MECH_PLAIN == 2 &&
+                            MAIL_MECH_CRAM_MD5 == 4);
+HOLDS("results", MAIL_SENT == 0 && MAIL_SENT_UNCONVERTED == 1 && MAIL_SENT_UNAUTHENTICATED == 2 &&
+                     MAIL_E_ARGUMENT == -1 && MAIL_E_MEMORY == -2 && MAIL_E_WORK_FILE == -3 &&
+                     MAIL_E_TIMEOUT == -4 && MAIL_E_RECIPIENT == -5 && MAIL_E_REJECTED == -6 &&
+                     MAIL_E_SYSTEM == -7 && MAIL_E_ATTACHMENT == -8 && MAIL_E_BUSY == -9 &&
+                     MAIL_E_CONNECT == -10 && MAIL_E_POP_REFUSED == -15 &&
+                     MAIL_E_POP_SYSTEM == -16 && MAIL_E_POP_TIMEOUT == -17 &&
+                     MAIL_E_POP_CONNECT == -18 && MAIL_E_INTERNAL == -20 &&
+                     MAIL_E_REJECTED_AUTH_FAILED == -25 && MAIL_E_REJECTED_NO_AUTH == -26);
