@@ -1,10 +1,8 @@
 // Profiles, records and copies when memory runs out, and when calls fail, fall short or are
 // interrupted: each call in turn, until a run meets no fault.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <string>
 
@@ -102,26 +100,6 @@ TEST(Faults, ProfileWithoutMemory) {
         write_file(path, kOld);
     });
     EXPECT_GE(heap_faults, 5);
-}
-
-TEST(Faults, FileSizeLimitIsUndone) {
-    const support::TempDir dir;
-    const std::string path = dir.file("p.ini");
-    write_file(path, kOld);
-    rlimit before{};
-    ::getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit limit{kOld.size() + 10, before.rlim_max};
-    auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-    std::uint32_t err = 0;
-    MailProfile* const profile = Com_OpenPrivateProfile(path.c_str(), 1);
-    Com_WritePrivateProfileString(profile, "X", "k", std::string(500, 'v').c_str());
-    const int rc = Com_ClosePrivateProfile2(profile, path.c_str(), &err);
-    ::setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(rc, -1);
-    EXPECT_NE(err, 0u);
-    EXPECT_EQ(read_file(path), kOld);
 }
 
 TEST(Faults, CopiesAreWholeOrReported) {

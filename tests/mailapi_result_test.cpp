@@ -50,44 +50,25 @@ const Phase kPopPhases[] = {
     {"POP QUIT", "QUIT", "+OK\r\n", kPop},
 };
 
-// What the server does instead of the good reply to one phase.
+// What the server does instead of the good reply to one phase: so many bytes of it, and more.
 struct Fault {
     const char* name;
-    Row (*row)(const Phase& phase, bool pop);
+    std::size_t kept;
+    std::string more;
+    Then then = Then::kGoOn;
+    std::size_t part = 0;  // bytes sent at once
+
+    [[nodiscard]] Row row(const Phase& phase, bool pop) const {
+        const bool refused = more.starts_with('5');
+        const std::string tail = refused && pop ? "-ERR no\r\n" : more;
+        return {phase.expect, std::string(phase.good).substr(0, kept) + tail, then, part};
+    }
 };
 const Fault kFaults[] = {
-    {"refused",
-     [](const Phase& p, bool pop) {
-         return Row{p.expect, pop ? "-ERR no\r\n" : "550 no\r\n"};
-     }},
-    {"silent",
-     [](const Phase& p, bool) {
-         return Row{p.expect, "", Then::kStall};
-     }},
-    {"half a line",
-     [](const Phase& p, bool) {
-         return Row{p.expect, std::string(p.good, 2), Then::kStall};
-     }},
-    {"byte by byte",
-     [](const Phase& p, bool) {
-         return dribble({p.expect, p.good});
-     }},
-    {"closed",
-     [](const Phase& p, bool) {
-         return Row{p.expect, "", Then::kClose};
-     }},
-    {"reset",
-     [](const Phase& p, bool) {
-         return Row{p.expect, "", Then::kReset};
-     }},
-    {"garbage",
-     [](const Phase& p, bool) {
-         return Row{p.expect, "\x01\xFF{}\r\n"};
-     }},
-    {"2,000 bytes",
-     [](const Phase& p, bool) {
-         return Row{p.expect, std::string(p.good, 4) + std::string(1994, 'x') + "\r\n"};
-     }},
+    {"refused", 0, "550 no\r\n"},         {"silent", 0, "", Then::kStall},
+    {"half a line", 2, "", Then::kStall}, {"byte by byte", 99, "", Then::kGoOn, 1},
+    {"closed", 0, "", Then::kClose},      {"reset", 0, "", Then::kReset},
+    {"garbage", 0, "\x01\xFF{}\r\n"},     {"2,000 bytes", 4, std::string(1994, 'x') + "\r\n"},
 };
 
 // A failing call of the machine, made by the function and about the text given.

@@ -2,31 +2,19 @@
 
     examples_test.py DIRECTORY_OF_THE_EXAMPLES LIBRARY
 """
-import email
-import email.policy
 import os
 import pathlib
 import re
 import subprocess
 import sys
-import tempfile
 import unittest
 
-from receiver import Receiver
+from receiver import Receiver, Scratch, parse
 
 EXAMPLES, LIBRARY = pathlib.Path(sys.argv[1]), sys.argv[2]
 
 
-def parse(raw):
-    return email.message_from_bytes(raw, policy=email.policy.default)
-
-
-class Examples(unittest.TestCase):
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.dir = pathlib.Path(directory.name)
-
+class Examples(Scratch):
     def run_example(self, name, server, *more, to=("ops@b",), status=0, password=None):
         environment = dict(os.environ)
         if password is not None:
@@ -35,11 +23,6 @@ class Examples(unittest.TestCase):
                               capture_output=True, text=True, env=environment)
         self.assertEqual(done.returncode, status, done.stdout + done.stderr)
         return done.stdout
-
-    def file(self, name, data):
-        path = self.dir / name
-        path.write_bytes(data)
-        return str(path)
 
     def test_plain(self):
         with Receiver() as server:

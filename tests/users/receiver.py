@@ -1,4 +1,5 @@
-"""A scripted SMTP and POP3 receiver on the loopback, for tests of programs.
+"""What tests of programs share: a scripted SMTP and POP3 receiver on the loopback, a directory for
+the files of a test, the parsing of what arrived.
 
     with Receiver(rules={"RCPT TO:<bad@x>": "550 no"}) as server:
         ... run a program against server.port ...
@@ -9,11 +10,35 @@ A rule is the longest prefix of a command that matches; its answer is sent as it
 answers. AUTH is offered and checked when an account (user, password) is given.
 """
 import base64
+import email
+import email.policy
 import hmac
+import pathlib
 import socketserver
+import tempfile
 import threading
+import unittest
 
 CHALLENGE = b"<1896.697170952@postoffice.example>"
+
+
+def parse(raw):
+    return email.message_from_bytes(raw, policy=email.policy.default)
+
+
+class Scratch(unittest.TestCase):
+    """A test with a directory of its own."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.dir = pathlib.Path(directory.name)
+
+    def file(self, name, data, mode=0o600):
+        path = self.dir / name
+        path.write_bytes(data if isinstance(data, bytes) else data.encode())
+        path.chmod(mode)
+        return str(path)
 
 
 class _Handler(socketserver.StreamRequestHandler):
@@ -33,10 +58,7 @@ class _Handler(socketserver.StreamRequestHandler):
     def handle(self):
         owner = self.server.owner
         try:
-            if owner.protocol == "pop3":
-                self.pop3(owner)
-            else:
-                self.smtp(owner)
+            (self.pop3 if owner.protocol == "pop3" else self.smtp)(owner)
         except (EOFError, ConnectionError):
             pass
 

@@ -2,8 +2,6 @@
 
     send_tool_test.py OVRM_SEND
 """
-import email
-import email.policy
 import os
 import pathlib
 import pty
@@ -11,43 +9,29 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
-from receiver import Receiver
+from receiver import Receiver, Scratch, parse
 
 TOOL = sys.argv[1]
 ADDRESSES = ["-f", "agent@a", "-t", "ops@b"]
 WORK = pathlib.Path("/var/opt/Quorvin/tmp")
 
 
-def tool(*arguments, server=None, **options):
+def command(server, *arguments):
     where = ["-S", "127.0.0.1", "-p", str(server.port)] if server else []
-    return subprocess.run([TOOL, *where, *arguments], capture_output=True, text=True, **options)
+    return [TOOL, *where, *arguments]
 
 
-def parse(raw):
-    return email.message_from_bytes(raw, policy=email.policy.default)
+def tool(*arguments, server=None, **options):
+    return subprocess.run(command(server, *arguments), capture_output=True, text=True, **options)
 
 
 def timeless(wire):
     """A message without what differs between two compositions of it."""
     text = re.sub(r"(?m)^(Date|Message-Id): .*\r\n", "", wire.decode("latin-1"))
     return re.sub(r"OvWexl\d+|wexlb[^\"]*", "X", text)
-
-
-class Scratch(unittest.TestCase):
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.dir = pathlib.Path(directory.name)
-
-    def file(self, name, data, mode=0o600):
-        path = self.dir / name
-        path.write_bytes(data if isinstance(data, bytes) else data.encode())
-        path.chmod(mode)
-        return str(path)
 
 
 class Sending(Scratch):
@@ -82,8 +66,8 @@ class Sending(Scratch):
         for rules, options, status, words in cases:
             with self.subTest(rules=rules, options=options):
                 with Receiver(rules=rules, account=("user", "right")) as server:
-                    said = tool("-S", "127.0.0.1", "-p", str(server.port), *ADDRESSES, "-s", "x",
-                                *options, env=dict(os.environ, PW="wrong"))
+                    said = tool(*ADDRESSES, "-s", "x", *options, server=server,
+                                env=dict(os.environ, PW="wrong"))
                 self.assertEqual(said.returncode, status, said.stderr)
                 self.assertIn(words, said.stdout + said.stderr)
                 self.assertTrue(words or not said.stdout)
@@ -141,8 +125,7 @@ class Sending(Scratch):
 
     def test_a_signal_removes_the_working_files(self):
         with Receiver(rules={"MAIL": "stall"}) as server:
-            child = subprocess.Popen([TOOL, "-S", "127.0.0.1", "-p", str(server.port), *ADDRESSES],
-                                     stderr=subprocess.PIPE, text=True)
+            child = subprocess.Popen(command(server, *ADDRESSES), stderr=subprocess.PIPE, text=True)
             self.assertTrue(server.stalled.wait(20))
             self.assertEqual(len(list(WORK.iterdir())), 1)
             child.send_signal(signal.SIGTERM)
@@ -154,8 +137,8 @@ class Sending(Scratch):
         big = self.file("big", os.urandom(3 * 1024 * 1024))
         terminal, inner = pty.openpty()
         with Receiver(rules={"QUIT": "stall"}) as server:
-            child = subprocess.Popen([TOOL, "-S", "127.0.0.1", "-p", str(server.port), *ADDRESSES,
-                                      "-a", big], stderr=inner, stdout=subprocess.DEVNULL)
+            child = subprocess.Popen(command(server, *ADDRESSES, "-a", big), stderr=inner,
+                                     stdout=subprocess.DEVNULL)
             self.assertTrue(server.stalled.wait(60))
             time.sleep(0.6)
         self.assertEqual(child.wait(20), 0)
