@@ -88,7 +88,9 @@ void ScriptedServer::run() {
         ::setsockopt(session.fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         const Script& script = scripts_[std::min(sessions_.size(), scripts_.size() - 1)];
         options_.any_order ? serve_any_order(session, script) : serve_in_order(session, script);
-        g_silent_port = 0;  // the next session, or the next server on this port, does answer
+        // The next session, or the next server on this port, does answer; another may be silent.
+        int own = port_;
+        g_silent_port.compare_exchange_strong(own, 0);
         if (session.fd >= 0) ::close(session.fd);
         sessions_.push_back(std::move(session));
     }
