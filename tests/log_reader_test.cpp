@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "log_clock.hpp"
 #include "mail_log.h"
+#include "support/fault.hpp"
 #include "support/support.hpp"
 #include "tools/ovrm_trace_log.hpp"
 #include "tools/ovrm_trace_ring.hpp"
@@ -40,7 +40,7 @@ class Reader : public testing::Test {
 protected:
     void write(TraceHandle* trace, const std::string& point, const std::string& data) {
         Twrite(trace, 1, point.c_str(), data.data(), static_cast<std::uint32_t>(data.size()));
-        written.push_back({static_cast<std::uint32_t>(test_clock::now), point, data});
+        written.push_back({static_cast<std::uint32_t>(clock.now), point, data});
     }
     // The records that a ring of `size` bytes still holds whole are the newest ones written.
     void expect_newest_of(std::size_t size) const {
@@ -59,6 +59,7 @@ protected:
         }
     }
 
+    fault::Faults clock;
     support::TempDir dir;
     std::string path = dir.file("acert1-2.trc");
     std::deque<Written> written;
@@ -84,7 +85,7 @@ TEST_F(Reader, RoundTrip) {
                                           : std::string(1, static_cast<char>(random()));
             }
             write(trace, "P" + std::to_string(random() % 5) + "0000", data);
-            test_clock::now += random() % 3 == 0;
+            clock.now += random() % 3 == 0;
         }
         Tclose(trace);
         expect_newest_of(static_cast<std::size_t>(fs::file_size(path)));
@@ -106,12 +107,12 @@ TEST_F(Reader, SmallerAndLargerRingInTheSameFile) {
         for (int i = 0; i < records; ++i) {
             write(trace, "STEP0010", std::string(4, static_cast<char>(i)));
             if (i % 10 == 0) write(trace, "STEPFFFF", "");
-            test_clock::now += i % 50 == 0;
+            clock.now += i % 50 == 0;
         }
         Tclose(trace);
     };
     fill(30, 2000);  // 32 KiB
-    test_clock::now += 100;
+    clock.now += 100;
     fill(10, 1500);  // 16 KiB in the longer file
     ASSERT_EQ(fs::file_size(path), 32768U);
     expect_newest_of(16384);
@@ -201,7 +202,7 @@ Output run(const std::string& arguments) {
 }
 
 TEST_F(Reader, CommandPrintsAndMerges) {
-    test_clock::now = 1'800'000'000;
+    clock.now = 1'800'000'000;
     const std::string log = dir.file("mail.log");
     write_file(log,
                "2027/01/15 08:00:01 [7] Dovrin E-Mail\r\n08:00:01 R: 5\x1b[1m \"x\"\r\n"
@@ -209,7 +210,7 @@ TEST_F(Reader, CommandPrintsAndMerges) {
     TraceHandle* const trace = Topen(path.c_str(), 5, 1);
     write(trace, "MAIL0000", "");
     write(trace, "MAIL0010", "250 a \"long\" \x80 line");
-    test_clock::now += 2;
+    clock.now += 2;
     write(trace, "RSETFFFF", std::string("\xe5\xff\xff\xff", 4));
     Tclose(trace);
 

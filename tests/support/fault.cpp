@@ -268,10 +268,10 @@ WRAP_SIZED(write, (int fd, const void* in, std::size_t size), (fd, in, size), fa
 WRAP_SIZED(send, (int fd, const void* in, std::size_t size, int flags), (fd, in, size, flags),
            fault::text(in, size))
 WRAP_SIZED(recv, (int fd, void* out, std::size_t size, int flags), (fd, out, size, flags), "")
-WRAP(ssize_t, pread, (int fd, void* out, std::size_t size, off_t at), (fd, out, size, at),
-     fault::path_of(fd), same)
-WRAP(ssize_t, pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in, size, at),
-     fault::path_of(fd), same)
+WRAP_SIZED(pread, (int fd, void* out, std::size_t size, off_t at), (fd, out, size, at),
+           fault::path_of(fd))
+WRAP_SIZED(pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in, size, at),
+           fault::path_of(fd))
 WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
      fault::path_of(fd) + "@" + std::to_string(at), same)
 WRAP(int, unlink, (const char* path), (path), path, same)
@@ -284,8 +284,8 @@ WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode), fault::path_of(fd), same)
 WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd), same)
 WRAP(int, fallocate64, (int fd, int mode, off64_t at, off64_t size), (fd, mode, at, size),
      fault::path_of(fd), same)
-WRAP(ssize_t, pread64, (int fd, void* out, std::size_t size, off64_t at), (fd, out, size, at),
-     fault::path_of(fd), same)
+WRAP_SIZED(pread64, (int fd, void* out, std::size_t size, off64_t at), (fd, out, size, at),
+           fault::path_of(fd))
 WRAP(void*, mmap, (void* at, std::size_t size, int protection, int flags, int fd, off_t offset),
      (at, size, protection, flags, fd, offset), fault::path_of(fd), same)
 WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
