@@ -17,57 +17,37 @@ def setUpModule():
     unittest.addModuleCleanup(dovecot.stop)
 
 
-def send(port, mail, *account):
-    return e2e.send(port, f"{USER}@{e2e.DOMAIN}", mail.arguments() + list(account))
-
-
-class SmtpAuth(unittest.TestCase):
-    def account(self, mechanisms, password):
-        return ("mechanisms", mechanisms, "user", dovecot.USER, "password", password)
-
-    def test_good_password_opens_the_strict_server(self):
+class Accounts(unittest.TestCase):
+    def expect(self, code, detail, port, *account):
+        """Sends a mail, which arrives unless the result says otherwise."""
         mail = e2e.Mail()
+        result, said = e2e.send(port, f"{USER}@{e2e.DOMAIN}", mail.arguments() + list(account))
+        self.assertEqual(result, code)
+        self.assertRegex(said, f"^{detail}")
+        if code >= 0:
+            self.assertEqual(said, "")
+            mail.check(self, postfix.take(USER)[0])
+
+    def test_smtp_auth(self):
         for name, mechanisms, logged in (("CRAM-MD5", CRAM_MD5, "CRAM-MD5"),
                                          ("PLAIN", PLAIN, "PLAIN"), ("LOGIN", LOGIN, "LOGIN"),
                                          ("the best of all", 7, "CRAM-MD5")):
             with self.subTest(name):
-                account = self.account(mechanisms, dovecot.PASSWORD)
-                self.assertEqual(send(postfix.strict_port, mail, *account), (0, ""))
-                mail.check(self, postfix.take(USER)[0])
+                account = ("mechanisms", mechanisms, "user", dovecot.USER, "password")
+                self.expect(0, "", postfix.strict_port, *account, dovecot.PASSWORD)
                 self.assertEqual(postfix.logged(r"sasl_method=(\S+), ")[-1], logged)
+                self.expect(2, "", postfix.auth_port, *account, "wrong")
+                self.expect(-25, r"554 5\.7\.1 .*Access denied", postfix.strict_port, *account,
+                            "wrong")
+        account = ("mechanisms", 7, "user", dovecot.USER, "password", dovecot.PASSWORD)
+        self.expect(2, "", postfix.port, *account)
+        self.expect(-26, r"554 5\.7\.1 ", postfix.refusing_port, *account)
 
-    def test_bad_password(self):
-        mail = e2e.Mail()
-        for name, mechanisms in (("CRAM-MD5", CRAM_MD5), ("PLAIN", PLAIN), ("LOGIN", LOGIN),
-                                 ("all three", 7)):
-            with self.subTest(name):
-                account = self.account(mechanisms, dovecot.PASSWORD + "x")
-                self.assertEqual(send(postfix.auth_port, mail, *account), (2, ""))
-                mail.check(self, postfix.take(USER)[0])
-                code, detail = send(postfix.strict_port, mail, *account)
-                self.assertEqual(code, -25)
-                self.assertRegex(detail, r"^554 5\.7\.1 .*Access denied")
-
-    def test_server_without_auth(self):
-        mail = e2e.Mail()
-        account = self.account(7, dovecot.PASSWORD)
-        self.assertEqual(send(postfix.port, mail, *account), (2, ""))
-        mail.check(self, postfix.take(USER)[0])
-        code, detail = send(postfix.refusing_port, mail, *account)
-        self.assertEqual(code, -26)
-        self.assertRegex(detail, r"^554 5\.7\.1 ")
-
-
-class PopBeforeSmtp(unittest.TestCase):
-    def test_good_and_bad_password(self):
-        mail = e2e.Mail()
+    def test_pop_before_smtp(self):
         account = ("pop-port", dovecot.port, "user", dovecot.USER, "password")
-        self.assertEqual(send(postfix.port, mail, *account, dovecot.PASSWORD), (0, ""))
-        mail.check(self, postfix.take(USER)[0])
+        self.expect(0, "", postfix.port, *account, dovecot.PASSWORD)
         self.assertEqual(len(dovecot.logged(r"pop3\(agent\).*Logged out")), 1)
-        code, detail = send(postfix.port, mail, *account, "wrong")
-        self.assertEqual(code, -15)
-        self.assertRegex(detail, r"^-ERR .*Authentication failed")
+        self.expect(-15, "-ERR .*Authentication failed", postfix.port, *account, "wrong")
 
 
 if __name__ == "__main__":
