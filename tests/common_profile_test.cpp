@@ -205,25 +205,10 @@ struct Model {
 TEST_F(Profile, RandomFilesAndEditsAgreeWithTheModel) {
     std::mt19937 random(20240229);
     const auto below = [&](std::size_t n) { return random() % n; };
-    const std::string pieces[] = {"[",
-                                  "]",
-                                  "=",
-                                  ";",
-                                  " ",
-                                  "\r",
-                                  "\n",
-                                  "\n",
-                                  "\n",
-                                  "a",
-                                  "b",
-                                  "[a]\n",
-                                  "[b]\n",
-                                  "\na=",
-                                  "\nb=",
-                                  "\r\n",
-                                  std::string("\0", 1),
-                                  std::string(67, 'a'),
-                                  std::string(1023, 'b')};
+    std::vector<std::string> pieces{"[",  "]", "=", ";",     " ",     "\r",   "\n",   "\n",
+                                    "\n", "a", "b", "[a]\n", "[b]\n", "\na=", "\nb=", "\r\n"};
+    for (const auto& [byte, count] : {std::pair{'\0', 1U}, {'a', 67U}, {'b', 1023U}})
+        pieces.emplace_back(count, byte);
     const std::string names[] = {"a", "b", "aa", "", " ", std::string(67, 'a')};
     const std::string values[] = {"", "1", "a=b", std::string(3000, 'v')};
     for (std::uint32_t round = 0; round < 400; ++round) {

@@ -26,7 +26,6 @@ static void take(const char* key, char* value) {
         const char* key;
         uint32_t kind;
     } kParts[] = {{"attach", MAIL_KIND_ATTACHMENT},
-                  {"attach-temp", MAIL_KIND_ATTACHMENT_TEMP},
                   {"prepared", MAIL_KIND_PREPARED},
                   {"prepared-header", MAIL_KIND_PREPARED_HEADER}};
     for (size_t i = 0; i < sizeof kParts / sizeof kParts[0]; ++i) {

@@ -43,7 +43,6 @@ Mode g_mode = Mode::kFail;
 Order g_order;
 std::string g_hit;
 long g_blocks = 0;
-int g_calls = 0;
 int g_descriptors = 0;
 long g_slept_ms = 0;
 time_t g_clock_offset = 0;
@@ -79,7 +78,6 @@ bool counted_down(Mode mode) { return mode == g_mode && g_countdown > 0 && --g_c
 // Whether this call fails, with errno set.
 bool fails(const char* function, std::string_view about) {
     if (!t_watched) return false;
-    ++g_calls;
     if (!ordered(function, about)) {
         if (counted_down(Mode::kFail)) {
             errno = EIO;
@@ -151,7 +149,7 @@ void closed() {
 template <class Value>
 Value failure() {
     if constexpr (std::is_same_v<Value, void*>) {
-        return reinterpret_cast<void*>(-1);  // of mmap and iconv_open
+        return MAP_FAILED;  // of iconv_open, too
     } else if constexpr (std::is_pointer_v<Value>) {
         return nullptr;
     } else {
@@ -204,7 +202,7 @@ void clear() {
     g_order = {};
     g_hit.clear();
     g_blocks = g_slept_ms = 0;
-    g_calls = g_descriptors = 0;
+    g_descriptors = 0;
 }
 void fail_nth(int n, Mode mode) {
     clear();
@@ -218,7 +216,6 @@ void fail_on(std::string_view function, std::string_view about, int error, int s
 bool was_hit() { return !g_hit.empty(); }
 std::string last_hit() { return g_hit; }
 long heap_blocks() { return g_blocks; }
-int calls() { return g_calls; }
 int descriptors() { return g_descriptors; }
 long slept_ms() { return g_slept_ms; }
 

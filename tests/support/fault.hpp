@@ -68,7 +68,6 @@ bool was_hit();          // whether a fault took place since clear()
 std::string last_hit();  // the function hit last
 long heap_blocks();      // blocks taken and not given back under a Watch since clear()
 int descriptors();       // descriptors and streams opened and not closed, likewise
-int calls();             // system calls made under a Watch since clear(), heap calls not counted
 long slept_ms();         // virtual time passed in sleep() and select() since clear()
 
 }  // namespace fault

@@ -1,6 +1,7 @@
 // roads.cpp - see roads.hpp.
 #include "support/roads.hpp"
 
+#include <bit>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -36,21 +37,8 @@ Script pop_script(Script changes) {
 }  // namespace
 
 const char* name_of(Road road) {
-    switch (road) {
-        case kPlain:
-            return "plain";
-        case kAuth:
-            return "auth";
-        case kHelo:
-            return "HELO";
-        case kPartial:
-            return "pieces";
-        case kPop:
-            return "POP first";
-        case kPrepared:
-            return "prepared";
-    }
-    return "";
+    constexpr const char* kNames[] = {"plain", "auth", "HELO", "pieces", "POP first", "prepared"};
+    return kNames[std::countr_zero(static_cast<unsigned>(road))];
 }
 
 std::string normal(const std::string& text) {

@@ -45,12 +45,9 @@ void send_all(int fd, std::string_view bytes, std::size_t part) {
 }  // namespace
 
 ScriptedServer::ScriptedServer(Script script, ServerOptions options)
-    : scripts_{std::move(script)}, options_(std::move(options)), listener_(bound_socket(port_)) {
-    scripts_.insert(scripts_.end(), options_.later.begin(), options_.later.end());
-    if (options_.receive_buffer != 0)
-        ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &options_.receive_buffer, sizeof(int));
-    if (::pipe(stop_) != 0) std::abort();
-    if (options_.listening) listen();
+    : script_(std::move(script)), options_(options), listener_(bound_socket(port_)) {
+    if (::pipe(stop_) != 0 || ::listen(listener_, 16) != 0) std::abort();
+    thread_ = std::thread([this] { run(); });
 }
 
 ScriptedServer::~ScriptedServer() {
@@ -59,15 +56,10 @@ ScriptedServer::~ScriptedServer() {
     ::close(stop_[1]);
 }
 
-void ScriptedServer::listen() {
-    if (::listen(listener_, 16) != 0) std::abort();
-    thread_ = std::thread([this] { run(); });
-}
-
 void ScriptedServer::finish() {
     if (listener_ < 0) return;
     if (::write(stop_[1], "", 1) != 1) std::abort();
-    if (thread_.joinable()) thread_.join();
+    thread_.join();
     ::close(listener_);
     listener_ = -1;
 }
@@ -86,18 +78,17 @@ void ScriptedServer::run() {
         if (session.fd < 0) continue;
         const int on = 1;
         ::setsockopt(session.fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const Script& script = scripts_[std::min(sessions_.size(), scripts_.size() - 1)];
-        options_.any_order ? serve_any_order(session, script) : serve_in_order(session, script);
+        options_.any_order ? serve_any_order(session) : serve_in_order(session);
         // The next session, or the next server on this port, does answer; another may be silent.
         int own = port_;
         g_silent_port.compare_exchange_strong(own, 0);
         if (session.fd >= 0) ::close(session.fd);
-        sessions_.push_back(std::move(session));
+        if (!std::exchange(served_, true)) first_ = std::move(session);
     }
 }
 
-void ScriptedServer::serve_in_order(Session& session, const Script& script) {
-    for (const Row& row : script) {
+void ScriptedServer::serve_in_order(Session& session) {
+    for (const Row& row : script_) {
         std::string line;
         if (!row.expect.empty() && !take(session, row.expect == kBody, line)) return;
         if (row.expect != kBody && !line.starts_with(row.expect)) {
@@ -111,14 +102,14 @@ void ScriptedServer::serve_in_order(Session& session, const Script& script) {
     while (take(session, false, rest)) continue;
 }
 
-void ScriptedServer::serve_any_order(Session& session, const Script& script) {
+void ScriptedServer::serve_any_order(Session& session) {
     const auto answered = [&](std::string_view line) {
-        const auto row = std::ranges::find_if(script, [line](const Row& candidate) {
+        const auto row = std::ranges::find_if(script_, [line](const Row& candidate) {
             return candidate.expect.empty() ? line.empty() : line.starts_with(candidate.expect);
         });
-        if (row == script.end()) problem_ = "not in the script: " + std::string(line);
-        body_follows_ = row != script.end() && row->reply.starts_with("354");
-        return row != script.end() && answer(session, *row);
+        if (row == script_.end()) problem_ = "not in the script: " + std::string(line);
+        body_follows_ = row != script_.end() && row->reply.starts_with("354");
+        return row != script_.end() && answer(session, *row);
     };
     bool body = false;
     for (std::string line; answered(body ? kBody : line);) {
@@ -174,28 +165,6 @@ bool ScriptedServer::take(Session& session, bool body, std::string& out) {
         session.received.append(block.data(), static_cast<std::size_t>(got));
         pending.append(block.data(), static_cast<std::size_t>(got));
     }
-}
-
-const std::string& ScriptedServer::problem() { return finish(), problem_; }
-
-std::size_t ScriptedServer::connections() { return finish(), sessions_.size(); }
-
-const ScriptedServer::Session& ScriptedServer::session(std::size_t connection) {
-    static const Session kNone;
-    finish();
-    return connection < sessions_.size() ? sessions_[connection] : kNone;
-}
-
-const std::string& ScriptedServer::received(std::size_t connection) {
-    return session(connection).received;
-}
-
-const std::vector<std::string>& ScriptedServer::commands(std::size_t connection) {
-    return session(connection).commands;
-}
-
-const std::vector<std::string>& ScriptedServer::bodies(std::size_t connection) {
-    return session(connection).bodies;
 }
 
 Script friendly(Script changes) {

@@ -10,10 +10,9 @@
 //   EXPECT_EQ(server.problem(), "");                      // no command out of the script
 //   EXPECT_EQ(server.commands()[1], "MAIL FROM:<a@b>\r\n");
 //
-// A row whose `expect` is kBody takes a message up to its end mark. split() sends a reply in parts,
-// dribble() byte by byte. Connections are served one after the other, the later ones by scripts of
-// their own; the last script serves all that follow. friendly() is a whole server in one table, in
-// any order.
+// A row whose `expect` is kBody takes a message up to its end mark. dribble() sends a reply byte by
+// byte. Connections are served one after the other; what is kept is of the first. friendly() is a
+// whole server in one table, in any order.
 #pragma once
 
 #include <cstdint>
@@ -41,17 +40,13 @@ struct Row {
     std::size_t part = 0;  // bytes sent at once; 0: all
 };
 
-inline Row split(Row row, std::size_t bytes) { return row.part = bytes, row; }
-inline Row dribble(Row row) { return split(std::move(row), 1); }
+inline Row dribble(Row row) { return row.part = 1, row; }
 
 using Script = std::vector<Row>;
 
 struct ServerOptions {
-    bool any_order = false;          // first row that fits, again and again; "" is the greeting
-    bool listening = true;           // false: refuses until listen()
-    int receive_buffer = 0;          // bytes; 0: the system's
-    int reply_delay_ms = 0;          // before each reply
-    std::vector<Script> later = {};  // scripts of the connections after the first
+    bool any_order = false;  // first row that fits, again and again; "" is the greeting
+    int reply_delay_ms = 0;  // before each reply
 };
 
 class ScriptedServer {
@@ -62,15 +57,15 @@ public:
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     [[nodiscard]] std::uint16_t port() const { return port_; }
-    void listen();
 
     // What was seen. The first of these calls ends the server: what has been sent to it until then
     // is still read and answered.
-    const std::string& problem();  // first line that the script did not expect, or ""
-    std::size_t connections();
-    const std::string& received(std::size_t connection = 0);
-    const std::vector<std::string>& commands(std::size_t connection = 0);  // lines with CR LF
-    const std::vector<std::string>& bodies(std::size_t connection = 0);    // without CR LF . CR LF
+    // First line that the script did not expect, or "".
+    const std::string& problem() { return finish(), problem_; }
+    const std::string& received() { return first().received; }
+    // Lines with CR LF, messages without CR LF . CR LF.
+    const std::vector<std::string>& commands() { return first().commands; }
+    const std::vector<std::string>& bodies() { return first().bodies; }
 
 private:
     struct Session {
@@ -80,22 +75,23 @@ private:
     };
 
     void run();
-    void serve_in_order(Session& session, const Script& script);
-    void serve_any_order(Session& session, const Script& script);
+    void serve_in_order(Session& session);
+    void serve_any_order(Session& session);
     bool answer(Session& session, const Row& row);
     bool take(Session& session, bool body, std::string& out);
     bool wait(int fd);
     void finish();
-    const Session& session(std::size_t connection);
+    const Session& first() { return finish(), first_; }
 
-    std::vector<Script> scripts_;
+    Script script_;
     ServerOptions options_;
     std::uint16_t port_ = 0;
     int listener_ = -1;
     int stop_[2] = {-1, -1};
     std::string problem_;
     bool body_follows_ = false;
-    std::vector<Session> sessions_;
+    Session first_;
+    bool served_ = false;
     std::thread thread_;
 };
 
