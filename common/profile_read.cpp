@@ -61,7 +61,8 @@ bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
     // Files of /proc call themselves regular and empty.
     const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
     // More than an address space holds is no memory, not a part of the file.
-    const auto expected = std::min<std::uint64_t>(sized ? status.st_size : 0, SIZE_MAX);
+    const auto length = sized ? static_cast<std::uint64_t>(status.st_size) : 0;
+    const auto expected = std::min<std::uint64_t>(length, SIZE_MAX);
     return load_open(fd.get(), static_cast<std::size_t>(expected), profile, size);
 }
 

@@ -12,9 +12,9 @@ common::UniqueFd open_to_read(const char* path) noexcept {
     const char* const name = path != nullptr ? path : "";
     // Without waiting: a FIFO in place of a file is empty, or fails to be read, but holds up
     // nobody.
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE;
+    constexpr int kFlags = O_CLOEXEC | O_NONBLOCK | O_LARGEFILE;
     return common::UniqueFd(
-        common::retry_eintr(common::kNoLimit, [name] { return ::open(name, kFlags); }));
+        common::retry_eintr(common::kNoLimit, [name] { return ::open(name, O_RDONLY | kFlags); }));
 }
 
 std::int32_t fail(log::TraceScope& trace, const char* point, Result result, int error,
