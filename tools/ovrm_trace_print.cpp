@@ -90,7 +90,8 @@ std::string json_head(const char* source, const std::string& file, std::time_t t
 }  // namespace
 
 std::string as_text(const Record& record, const std::string& name) {
-    std::string text = local(record.time) + " " + name + (name.empty() ? "" : " ");
+    std::string text =
+        local(static_cast<std::time_t>(record.time)) + " " + name + (name.empty() ? "" : " ");
     const std::size_t column = text.size() + kPointWidth + 1;
     text += record.point;
     if (!record.data.empty()) text.resize(std::max(text.size() + 1, column), ' ');
@@ -110,7 +111,8 @@ std::string as_text(std::time_t time, const std::string& log_text) {
 }
 
 std::string as_json(const Record& record, const std::string& file) {
-    std::string line = json_head("ring", file, record.time) + R"(,"point":)" + quoted(record.point);
+    std::string line = json_head("ring", file, static_cast<std::time_t>(record.time)) +
+                       R"(,"point":)" + quoted(record.point);
     if (!record.data.empty()) {
         line +=
             R"(,"data":)" + quoted(hex(record.data)) + R"(,"ascii":)" + quoted(ascii(record.data));

@@ -356,7 +356,7 @@ unsigned __real_sleep(unsigned seconds);
 unsigned __wrap_sleep(unsigned seconds) {
     if (!fault::is_virtual()) return __real_sleep(seconds);
     fault::planned("sleep");
-    fault::sleep_ms(seconds * 1000L);
+    fault::sleep_ms(static_cast<long>(seconds) * 1000);
     return 0;
 }
 time_t __real_time(time_t* out);
