@@ -9,8 +9,6 @@
 
 namespace ovrmail::common {
 
-inline constexpr std::size_t kBlockSize = std::size_t{64} * 1024;
-
 // Reads until the block is full or the file ends. Returns the bytes read, or -1 with errno.
 ssize_t read_full(int fd, std::span<char> block) noexcept;
 

@@ -41,9 +41,6 @@ public:
     }
     void consume(std::size_t size) noexcept { begin_ += size; }
 
-    // True once the whole file is in the window or behind it.
-    [[nodiscard]] bool at_end() const noexcept { return at_end_; }
-
     // Back to the start of the file. Costs nothing while the first block still holds all of it.
     [[nodiscard]] bool rewind() noexcept;
 
