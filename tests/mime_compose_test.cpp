@@ -204,6 +204,7 @@ TEST_F(Compose, DatesByZone) {
     } cases[] = {
         {"UTC0", 1, "Thu, 01 Jan 1970 00:00:01 -0000"},
         {"JST-9", 1234567890, "Sat, 14 Feb 2009 08:31:30 +0900"},
+        {"IST-5:30", 1234567890, "Sat, 14 Feb 2009 05:01:30 +0500"},
         {"NST3:30", 1234567890, "Fri, 13 Feb 2009 20:01:30 -0300"},
         // In summer the clock is the summer one, the offset that of winter.
         {"CET-1CEST,M3.5.0,M10.5.0/3", 1246000000, "Fri, 26 Jun 2009 09:06:40 +0100"},

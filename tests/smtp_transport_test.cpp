@@ -323,20 +323,6 @@ TEST(Budget, OfEveryStep) {
     }
 }
 
-TEST(Budget, ZoneInWholeHours) {
-    const std::pair<const char*, int> zones[] = {
-        {"UTC0", 0},     {"JST-9", 9},       {"EST5", -5},
-        {"IST-5:30", 5}, {"NST3:30NDT", -3}, {"CET-1CEST,M3.5.0,M10.5.0/3", 1}};
-    for (const auto& [zone, hours] : zones)
-        for (const std::time_t now : {1'700'000'000, 1'720'000'000}) {  // winter, summer
-            Faults faults;
-            faults.now = now;
-            ::setenv("TZ", zone, 1);
-            EXPECT_EQ(SMTP_GetTimeDifference(), hours) << zone << " " << now;
-        }
-    ::unsetenv("TZ");
-}
-
 struct Client {
     const char* name;
     int (*connect)(const char* host, std::uint32_t port, std::uint32_t* err);
