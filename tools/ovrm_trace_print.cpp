@@ -93,7 +93,7 @@ std::string as_text(const Record& record, const std::string& name) {
     std::string text =
         local(static_cast<std::time_t>(record.time)) + " " + name + (name.empty() ? "" : " ");
     const std::size_t column = text.size() + kPointWidth + 1;
-    text += record.point;
+    text += escaped(record.point);
     if (!record.data.empty()) text.resize(std::max(text.size() + 1, column), ' ');
     for (std::size_t at = 0; at < record.data.size(); at += kRow) {
         const std::string_view row = std::string_view(record.data).substr(at, kRow);
