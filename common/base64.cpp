@@ -22,7 +22,7 @@ struct Encoded {
     char* dst;
 };
 
-constexpr auto kPairs = [] {
+constexpr auto kPairs = []() {
     std::array<std::array<char, 2>, 4096> pairs{};
     for (std::size_t i = 0; i < pairs.size(); ++i)
         pairs[i] = {kBase64Alphabet[i >> 6], kBase64Alphabet[i & 63]};

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <span>
 
 #include "common/block_io.hpp"
 #include "common/retry.hpp"
@@ -24,7 +25,7 @@ constexpr mode_t kPermissions = 07777;
 
 using Path = char[PATH_MAX];
 
-bool join(Path& path, const char* directory, const char* name) noexcept {
+bool join(std::span<char> path, const char* directory, const char* name) noexcept {
     if (format_into(path, "%s/%s", directory, name) >= 0) return true;
     errno = ENAMETOOLONG;
     return false;

@@ -148,7 +148,7 @@ std::int32_t Com_ClosePrivateProfile(MailProfile* profile, const char* path) noe
 std::int32_t Com_ClosePrivateProfile2(MailProfile* profile, const char* path,
                                       std::uint32_t* err) noexcept {
     if (profile == nullptr) return kCloseFailed;
-    const std::unique_ptr<MailProfile, CloseProfile> owner(profile);
+    [[maybe_unused]] const std::unique_ptr<MailProfile, CloseProfile> owner(profile);
     if (path == nullptr || profile->flags == 0 || profile->state != ProfileState::kChanged)
         return 0;
     const int failure = write_back(*profile, path);

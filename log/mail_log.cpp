@@ -122,7 +122,7 @@ std::int32_t MailLogTimeOutWrite(MailLogHandle* log, std::int32_t timer, std::in
 }
 
 std::int32_t MailLogClose(MailLogHandle* log) noexcept {
-    const common::HeapPtr<MailLogHandle> owner(log);
+    [[maybe_unused]] const common::HeapPtr<MailLogHandle> owner(log);
     if (log == nullptr) return 0;
     std::array<char, 64> line{};
     const tm now = log::local_now();

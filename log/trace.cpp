@@ -206,7 +206,7 @@ TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level)
 }
 
 std::int32_t Tclose(TraceHandle* trace) noexcept {
-    const common::HeapPtr<TraceHandle> owner(trace);
+    [[maybe_unused]] const common::HeapPtr<TraceHandle> owner(trace);
     if (trace == nullptr) return -1;
     bool ended = true;
     if (trace->has_file()) {

@@ -39,7 +39,7 @@ void detail_number(std::span<char, kDetailSize> detail, std::uint32_t code) noex
     common::format_into(detail, "%d", static_cast<std::int32_t>(code));
 }
 
-std::int32_t composition_failed(SendJob& job, const char* point, std::int32_t code) noexcept {
+std::int32_t composition_failed(const SendJob& job, const char* point, std::int32_t code) noexcept {
     fail_at(point, code);
     fail_at(point, code, job.file_err);
     const std::int32_t result = map_result(code);

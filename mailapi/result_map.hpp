@@ -17,6 +17,6 @@ void detail_number(std::span<char, kDetailSize> detail, std::uint32_t code) noex
 
 // A failing staging or composition call: maps its code and, for a working file, leaves the file
 // error in the detail buffer.
-std::int32_t composition_failed(SendJob& job, const char* point, std::int32_t code) noexcept;
+std::int32_t composition_failed(const SendJob& job, const char* point, std::int32_t code) noexcept;
 
 }  // namespace ovrmail::mailapi

@@ -127,8 +127,8 @@ bool set_mechanisms(Options& options, const Row& row, std::string_view text) {
     for (std::size_t at = 0; at <= text.size();) {
         const std::size_t comma = std::min(text.find(',', at), text.size());
         const std::string_view name = text.substr(at, comma - at);
-        const auto* known =
-            std::find_if(kKnown.begin(), kKnown.end(), [&](auto& k) { return k.name == name; });
+        const auto* known = std::find_if(kKnown.begin(), kKnown.end(),
+                                         [&](const Mechanism& k) { return k.name == name; });
         if (known == kKnown.end()) {
             return complain(row.name, "knows cram-md5, plain, login and any, not \"" +
                                           std::string(name) + "\"");
@@ -288,7 +288,7 @@ const Row* row_of(int found) {
     constexpr int kFirstLong = std::numeric_limits<char>::max() + 1;
     if (found >= kFirstLong) return &kRows[static_cast<std::size_t>(found - kFirstLong)];
     const auto* row =
-        std::find_if(kRows.begin(), kRows.end(), [&](auto& r) { return r.letter == found; });
+        std::find_if(kRows.begin(), kRows.end(), [&](const Row& r) { return r.letter == found; });
     return row == kRows.end() ? nullptr : row;
 }
 

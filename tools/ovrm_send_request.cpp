@@ -94,7 +94,7 @@ Request::~Request() {
 }
 
 bool Request::read_texts() {
-    const auto subject = to_shift_jis("subject", options_.subject, options_.replace);
+    const auto converted = to_shift_jis("subject", options_.subject, options_.replace);
     std::optional<std::string> text = options_.body;
     if (options_.body_file && !read_all(*options_.body_file, text.emplace())) return false;
     if (text) {
@@ -102,8 +102,8 @@ bool Request::read_texts() {
         body_ = to_shift_jis("body", *text, options_.replace);
         if (!body_) return false;
     }
-    if (!subject) return false;
-    subject_ = *subject;
+    if (!converted) return false;
+    subject_ = *converted;
     return fits("subject", subject_, kMaxSubject) && (!body_ || fits("body", *body_, kMaxBody));
 }
 

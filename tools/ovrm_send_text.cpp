@@ -60,7 +60,7 @@ constexpr std::array<Twin, 6> kTwins{{{"\uFF5E", "\u301C"},
                                       {"\uFFE2", "\u00AC"}}};
 
 std::string_view standard_form(std::string_view character) {
-    const auto* twin = std::find_if(kTwins.begin(), kTwins.end(),
+    const Twin* twin = std::find_if(kTwins.begin(), kTwins.end(),
                                     [&](const Twin& t) { return t.typed == character; });
     return twin == kTwins.end() ? character : twin->standard;
 }

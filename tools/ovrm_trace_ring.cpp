@@ -110,10 +110,10 @@ private:
         return text.find(kData) != npos || text.find(kEnd) != npos;
     }
     [[nodiscard]] std::size_t head_from(std::size_t at) const {
-        do {
+        for (;; ++at) {
             at = view_.find(kStart, at);
-        } while (at != npos && !is_head(at) && ++at != 0);
-        return at;
+            if (at == npos || is_head(at)) return at;
+        }
     }
     [[nodiscard]] std::size_t head_before(std::size_t at) const {
         std::size_t end = std::min(at + kStart.size() - 1, view_.size());
