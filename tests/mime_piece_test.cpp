@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -84,6 +83,7 @@ TEST_F(Pieces, NoneEndsInAHeaderThatFits) {
         const string header = kDelimiter + kFields + "\r\n";
         const string text = lines(offset) + header + lines(5000) + "\r\n" + header + lines(300) +
                             "--" + kBoundary + "--\r\n";
+        fake::libc.read_max = offset % 3 == 0 ? 1 + offset % 900 : 0;
         std::size_t end = 0;
         for (const string& piece : cut(text, 4)) {
             end += piece.size();
@@ -93,32 +93,15 @@ TEST_F(Pieces, NoneEndsInAHeaderThatFits) {
     }
 }
 
-TEST_F(Pieces, RandomFilesComeBackWhole) {
-    std::mt19937 random(5);
-    for (int i = 0; i < 200; ++i) {
-        string text;
-        while (text.size() < 20'000) {
-            const string parts[] = {kDelimiter + kFields, string(random() % 3000, 'l') + "\r\n",
-                                    i % 2 == 0 ? "\r\n\r\n" : "\r\r\n\n\r\n",
-                                    string(random() % 5000, '\n')};
-            if (const unsigned kind = random() % 16; kind < 4) text += parts[kind];
-            text += lines(2 + random() % 200);
-        }
-        fake::libc.read_max = i % 3 == 0 ? 1 + random() % 900 : 0;
-        cut(text, static_cast<int>(1 + random() % 4), i % 5 != 0 ? kBoundary : nullptr);
-    }
-}
-
 TEST_F(Pieces, FailuresAreReadErrors) {
     string buffer(2048, '\0');
-    for (const int n : {0, 1, 2}) {  // none, reading the piece, reading the lines behind it
+    for (const int n : {1, 2}) {  // reading the piece, reading the lines behind it
         for (const fake::Call call : {fake::kRead, fake::kSeek}) {
             restart(lines(1000) + kDelimiter + kFields + "\r\nfirst\r\n" + lines(2000));
             fake::libc = {};
             fake::libc.fail[call] = n;
-            const int size = SMTP_getSendData(fd_, buffer.data(), 2, kBoundary, &err_);
-            EXPECT_EQ(size, n == 0 ? 1076 : -32);
-            EXPECT_TRUE(n == 0 || err_ == (call == fake::kRead ? EIO : ESPIPE));
+            EXPECT_EQ(SMTP_getSendData(fd_, buffer.data(), 2, kBoundary, &err_), -32);
+            EXPECT_EQ(err_, static_cast<unsigned>(call == fake::kRead ? EIO : ESPIPE));
         }
     }
     EXPECT_EQ(SMTP_getSendData(fd_, buffer.data(), 0, "", &err_), -32);
