@@ -28,43 +28,20 @@ def run(*command, **options):
     return done.stdout
 
 
-def closure(packages):
-    found = {}
-    todo = list(packages)
-    while todo:
-        name = todo.pop()
-        if name in found:
-            continue
-        asked = subprocess.run(["dpkg-query", "-s", name], capture_output=True, text=True)
-        if asked.returncode != 0:  # an alternative, or virtual: another package stands for it
-            continue
-        found[name] = asked.stdout
-        for line in re.findall(r"^(?:Pre-)?Depends: (.*)$", asked.stdout, re.M):
-            todo += [re.split(r"[ :(|]", d.strip())[0] for d in line.split(",")]
-    return found
-
-
 def make_clean_root():
     """The files of a few essential packages of this machine, in a root of their own."""
-    stanzas = closure(BASE)
+    asked = run("apt-cache", "depends", "--recurse", "--installed", "--important", *BASE)
+    packages = sorted(set(re.findall(r"^([\w.+-]+)$", asked, re.M)))
     for name in ("bin", "lib", "lib64", "sbin"):
         (ROOT / "usr" / name).mkdir(parents=True)
         (ROOT / name).symlink_to("usr/" + name)
     for name in ("dev", "etc", "var/lib/dpkg/info", "var/lib/dpkg/updates", "var/lib/dpkg/triggers"):
         (ROOT / name).mkdir(parents=True, exist_ok=True)
-    files = "".join(run("dpkg", "-L", name) for name in stanzas)
-    names = [f[1:] for f in files.split("\n") if f.startswith("/") and os.path.lexists(f) and
-             not os.path.isdir(f) and not f.startswith("/usr/share/")]
-    pack = subprocess.Popen(["tar", "-C", "/", "-cf", "-", "-T", "-"], stdin=subprocess.PIPE,
-                            stdout=subprocess.PIPE)
-    unpack = subprocess.Popen(["tar", "-C", ROOT, "--keep-directory-symlink", "-xf", "-"],
-                              stdin=pack.stdout)
-    pack.stdin.write("\n".join(names).encode())
-    pack.stdin.close()
-    pack.stdout.close()
-    if unpack.wait() != 0 or pack.wait() != 0:
-        raise AssertionError("copying the base of a clean root failed")
-    (ROOT / "var/lib/dpkg/status").write_text("\n".join(stanzas.values()))
+    names = [f[1:] for f in run("dpkg", "-L", *packages).split("\n") if f.startswith("/") and
+             os.path.lexists(f) and not os.path.isdir(f) and not f.startswith("/usr/share/")]
+    run("bash", "-o", "pipefail", "-c",
+        'tar -C / -c -T - | tar -C "$0" --keep-directory-symlink -x', ROOT, input="\n".join(names))
+    (ROOT / "var/lib/dpkg/status").write_text(run("dpkg-query", "-s", *packages))
     (ROOT / "dev/null").touch()
 
 
