@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "common/unique_fd.hpp"
 
@@ -47,6 +48,18 @@ Connection connect_once(const sockaddr_in& peer) noexcept {
     return {-1, ConnectStep::kConnect, errno};
 }
 
+// Lasts its second, whatever handlers run meanwhile. That one has ended sleep() is seen by errno
+// alone: what is left of a second counts as 0.
+void pause() noexcept {
+    timespec end{};
+    ::clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += kPauseSeconds;
+    errno = 0;
+    ::sleep(kPauseSeconds);
+    int rc = errno;
+    while (rc == EINTR) rc = ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr);
+}
+
 }  // namespace
 
 Lookup look_up_ipv4(const char* name, int attempts) noexcept {
@@ -55,7 +68,7 @@ Lookup look_up_ipv4(const char* name, int attempts) noexcept {
     for (int attempt = 1;; ++attempt) {
         const Lookup answer = ask_resolver(name);
         if (answer.resolver_error != TRY_AGAIN || attempt >= attempts) return answer;
-        ::sleep(kPauseSeconds);
+        pause();
     }
 }
 
@@ -78,7 +91,7 @@ Connection connect_ipv4(in_addr_t address, std::uint16_t port, int attempts) noe
     for (int attempt = 1;; ++attempt) {
         const Connection made = connect_once(peer);
         if (made.fd >= 0 || made.error != ECONNREFUSED || attempt >= attempts) return made;
-        ::sleep(kPauseSeconds);
+        pause();
     }
 }
 
