@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/retry.hpp"
 #include "common/unique_fd.hpp"
 
 namespace ovrmail::common {
@@ -43,7 +44,9 @@ Connection connect_once(const sockaddr_in& peer) noexcept {
     // Without it the end mark behind a short message waits for a delayed acknowledgement.
     const int on = 1;
     ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0)
+    // What a handler interrupts goes on, and is waited for by the same call.
+    const auto* const address = reinterpret_cast<const sockaddr*>(&peer);
+    if (retry_eintr(kNoLimit, [&] { return ::connect(fd.get(), address, sizeof peer); }) == 0)
         return {fd.release(), ConnectStep::kDone, 0};
     return {-1, ConnectStep::kConnect, errno};
 }
