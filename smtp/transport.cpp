@@ -91,11 +91,12 @@ private:
     }
 
     // The part of a send in which the kernel waits for the server to read on. A send that took
-    // only part has filled the kernel's room, so the next one would only say so.
+    // only part has filled the kernel's room, so the next one would only say so. The budget alone
+    // bounds it: poll() is interrupted by every handler, also by one that lets a send go on.
     Result wait_for_room() noexcept {
         const int ready = common::wait_for(sock_, common::kWritable, seconds_left());
         if (ready == 0) return report_time_out("send");
-        return ready > 0 ? kOk : on_error(errno);
+        return ready > 0 || errno == EINTR ? kOk : on_error(errno);
     }
 
     int sock_;
