@@ -47,8 +47,8 @@ MAIL_BEGIN_DECLS
  * Blocks until the mail is sent or has failed: each wait for the server is bounded by the time
  * budget of its step; the connection attempt by the system, with 5 pauses of a second while the
  * server refuses; POP before SMTP by its own time-out and wait. A server that keeps sending
- * a reply that never ends is not bounded. One send at a time: threads that may enter at the very
- * same moment need a lock of the caller's. */
+ * a reply that never ends is not bounded. One send at a time: of threads that enter at the same
+ * moment one sends. Cancellation of the thread takes effect after the call. */
 MAIL_API int32_t OvRm_SendEMail(const MailEntry* recipients, uint32_t recipient_count,
                                 const MailEntry* parts, uint32_t part_count, const char* sender,
                                 const char* subject, const char* server, uint32_t partial_flag,

@@ -3,6 +3,7 @@
 //
 // Owns the busy flag, and for the length of a call g_trace and g_pLogHandle.
 #include <array>
+#include <atomic>
 
 #include "common/paths.hpp"
 #include "common/text.hpp"
@@ -16,15 +17,14 @@
 namespace ovrmail::mailapi {
 namespace {
 
-// A plain integer: it keeps a second call out while one runs; two threads that enter at the very
-// same moment are for the caller to keep apart.
-std::int32_t g_busy = 0;
+// Of two threads that enter at the same moment one gets in, and sees all that the send before it
+// has left in the state they share.
+std::atomic<std::int32_t> g_busy = 0;
 
-// The busy flag, the trace and the mail log of one call. Trace and log may stay off.
+// The trace and the mail log of one call, which may stay off, and the end of the busy flag.
 class Session {
 public:
     Session() noexcept {
-        g_busy = 1;
         g_trace = nullptr;
         g_pLogHandle = nullptr;
     }
@@ -48,7 +48,7 @@ std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient
                             const MailSplitOption* split, const MailTimeout* time_out,
                             const MailEntry* auth, char* detail) noexcept {
     using namespace ovrmail;
-    if (mailapi::g_busy != 0) return MAIL_E_BUSY;
+    if (mailapi::g_busy.exchange(1) != 0) return MAIL_E_BUSY;
     const mailapi::Session session;
     const log::Settings settings;
     g_trace = mailapi::open_call_trace(settings, "ACERT", "acert", 1);
