@@ -5,6 +5,7 @@
 #include "file_util.h"
 #include "mail_api.h"
 #include "mailapi/steps.hpp"
+#include "mailapi/uncancelled.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -61,6 +62,7 @@ std::int32_t send_mail(SendJob& job) noexcept {
 }
 
 std::int32_t run(const SendArguments& args) noexcept {
+    const Uncancelled uncancelled;
     log::TraceScope trace("EMAILAPI0000", "EMAILAPIFFFF");
     SendJob job(args);
     const std::int32_t result = send_mail(job);

@@ -12,6 +12,7 @@
 #include "mail_api.h"
 #include "mail_log.h"
 #include "mailapi/call_trace.hpp"
+#include "mailapi/uncancelled.hpp"
 #include "mailapi/work_file.hpp"
 
 namespace ovrmail::mailapi {
@@ -37,6 +38,9 @@ public:
     }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
+
+private:
+    Uncancelled uncancelled_;
 };
 
 }  // namespace
