@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 
 #include "mail_log.h"
 #include "mailapi/result_map.hpp"
@@ -146,28 +145,6 @@ TEST(Send, PopComesFirst) {
         EXPECT_EQ(g_ulPopTimeOut, used) << given;
         EXPECT_EQ(joined(journey.pop.commands()), "USER user\r\nPASS secret\r\nSTAT\r\nQUIT\r\n");
     }
-}
-
-TEST(Send, SecondCallIsTurnedAwayWhileOneRuns) {
-    ScriptedServer slow(friendly(), {.any_order = true, .reply_delay_ms = 50});
-    SampleMail first;
-    first.server = "127.0.0.1";
-    first.split.ulPort = slow.port();
-    std::remove(log_path().c_str());
-    std::int32_t result = MAIL_E_INTERNAL;
-    std::thread sender([&] { result = first.send(); });
-    while (read_file(log_path()).find("S: EHLO") == std::string::npos) std::this_thread::yield();
-    EXPECT_EQ(files_in(kWorkDir).size(), 1U);  // the body file has gone into the composed one
-    const auto traces = files_in(kTraceDir);
-    SampleMail second;
-    EXPECT_EQ(second.send(), MAIL_E_BUSY);
-    EXPECT_STREQ(second.detail.data(), "untouched");
-    sender.join();
-    EXPECT_EQ(result, MAIL_SENT);
-    EXPECT_EQ(files_in(kTraceDir), traces);
-    EXPECT_EQ(g_trace, nullptr);
-    EXPECT_EQ(g_pLogHandle, nullptr);
-    EXPECT_EQ(second.send(), MAIL_E_CONNECT);
 }
 
 TEST(Send, NullOptionsMeanTheDefaults) {
