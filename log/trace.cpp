@@ -23,6 +23,7 @@
 #include "common/retry.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
+#include "file_util.h"
 #include "log/trace_handle.hpp"
 
 TraceHandle* g_trace = nullptr;
@@ -78,7 +79,7 @@ public:
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() {
         const common::ErrnoKeeper keep;
-        if (fd_.valid()) ::unlink(name_.data());
+        if (fd_.valid()) FileDelete(name_.data());
     }
 
     [[nodiscard]] bool create(const char* ring_path) noexcept {
@@ -100,8 +101,8 @@ public:
     }
 
     [[nodiscard]] bool remove() noexcept {
-        const bool closed = ::close(fd_.release()) == 0;  // allow: its result counts
-        return (::unlink(name_.data()) == 0) && closed;
+        const bool closed = FileClose(fd_.release()) == 0;
+        return FileDelete(name_.data()) == 0 && closed;
     }
 
     [[nodiscard]] int fd() const noexcept { return fd_.get(); }
@@ -211,7 +212,7 @@ std::int32_t Tclose(TraceHandle* trace) noexcept {
     bool ended = true;
     if (trace->has_file()) {
         ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
-        ended = (::close(trace->fd) == 0) && ended;  // allow: its result counts
+        ended = FileClose(trace->fd) == 0 && ended;
     }
     ::pthread_mutex_destroy(&trace->lock);
     ::pthread_mutex_destroy(&g_cs);
