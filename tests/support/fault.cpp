@@ -39,9 +39,13 @@ struct Order {
 thread_local bool t_watched = false;
 thread_local Faults* t_plan = nullptr;
 int g_countdown = 0;
-Mode g_mode = Mode::kFail;
+int g_again = 0;  // how often the call that was hit is still to be, made again
+Fault g_fault = Mode::kFail;
 Order g_order;
 std::string g_hit;
+std::string g_about;
+int g_error = 0;
+long g_hits = 0;
 long g_blocks = 0;
 int g_descriptors = 0;
 long g_slept_ms = 0;
@@ -63,55 +67,62 @@ std::optional<Outcome> planned(const char* function) {
     return outcome;
 }
 
+void hit(std::string_view function, std::string_view about, int error) {
+    g_hit = function;
+    g_about = about;
+    errno = g_error = error;
+    ++g_hits;
+}
+
 bool ordered(std::string_view function, std::string_view about) {
     if (g_order.function != function || about.find(g_order.about) == std::string_view::npos) {
         return false;
     }
     if (g_order.skip > 0) return --g_order.skip, false;
-    g_hit = function;
-    errno = g_order.error;
+    hit(function, about, g_order.error);
     return g_order.error != 0;
 }
 
-bool counted_down(Mode mode) { return mode == g_mode && g_countdown > 0 && --g_countdown == 0; }
+// Whether this call is the n-th, or that one made again.
+bool strikes(std::string_view function, std::string_view about) {
+    if (g_countdown > 0) {
+        if (--g_countdown != 0) return false;
+        g_again = g_fault.times;
+    } else if (g_again == 0 || g_hit != function || g_about != about) {
+        return false;
+    }
+    --g_again;
+    hit(function, about, g_fault.error);
+    return true;
+}
 
 // Whether this call fails, with errno set.
 bool fails(const char* function, std::string_view about) {
-    if (!t_watched) return false;
-    if (!ordered(function, about)) {
-        if (counted_down(Mode::kFail)) {
-            errno = EIO;
-        } else if (counted_down(Mode::kInterrupt)) {
-            errno = EINTR;
-        } else {
-            return false;
-        }
-    }
-    g_hit = function;
-    return true;
+    return t_watched &&
+           (ordered(function, about) || (g_fault.mode != Mode::kHalf && strikes(function, about)));
 }
 
 bool heap_fails(const char* function, std::size_t size) {
     if (!t_watched) return false;
-    if (g_order.function == function ? !ordered(function, std::to_string(size))
-                                     : !counted_down(Mode::kFail)) {
-        return false;
-    }
-    g_hit = function;
-    errno = ENOMEM;
-    return true;
+    const bool fails = g_order.function == function
+                           ? ordered(function, std::to_string(size))
+                           : g_fault.mode == Mode::kFail && strikes(function, "");
+    if (fails) errno = g_error = ENOMEM;
+    return fails;
 }
 
-std::size_t halved(const char* function, std::size_t size) {
-    if (!t_watched || size < 2 || !counted_down(Mode::kHalf)) return size;
-    g_hit = function;
-    return size / 2;
+std::size_t halved(const char* function, std::string_view about, std::size_t size) {
+    const int before = errno;  // a call that does less is none that fails
+    if (t_watched && size > 1 && g_fault.mode == Mode::kHalf && strikes(function, about)) size /= 2;
+    errno = before;
+    return size;
 }
 
+// Taken only for a call that may be hit.
 std::string path_of(int fd) {
     std::array<char, 1024> path{};
     const auto link = "/proc/self/fd/" + std::to_string(fd);
-    return t_watched && !g_order.function.empty() &&
+    return t_watched && (!g_order.function.empty() || g_countdown == 1 || g_again > 0) &&
                    ::readlink(link.c_str(), path.data(), path.size() - 1) > 0
                ? path.data()
                : "";
@@ -122,27 +133,11 @@ std::string_view text(const void* bytes, std::size_t size) {
 }
 
 void* taken(void* block) {
-    if (t_watched && block != nullptr) ++g_blocks;
+    if (t_watched && block != nullptr && block != MAP_FAILED) ++g_blocks;
     return block;
 }
-
-// What a call that opens something has given: a descriptor, a stream or a directory.
-template <class Handle>
-Handle opened(Handle handle) {
-    if (!t_watched) return handle;
-    if constexpr (std::is_pointer_v<Handle>) {
-        g_descriptors += handle != nullptr ? 1 : 0;
-    } else {
-        g_descriptors += handle >= 0 ? 1 : 0;
-    }
-    return handle;
-}
-template <class Value>
-Value same(Value value) {
-    return value;
-}
-void closed() {
-    if (t_watched) --g_descriptors;
+void given_back() {
+    if (t_watched) --g_blocks;
 }
 
 // What a failing call of this type returns.
@@ -157,6 +152,20 @@ Value failure() {
     }
 }
 
+// What a call that opens something has given: a descriptor, a stream or a directory.
+template <class Handle>
+Handle opened(Handle handle) {
+    if (t_watched && handle != failure<Handle>()) ++g_descriptors;
+    return handle;
+}
+template <class Value>
+Value same(Value value) {
+    return value;
+}
+void closed() {
+    if (t_watched) --g_descriptors;
+}
+
 // What a call returns instead of being made. One that is made may have less to do.
 template <class Result>
 std::optional<Result> instead(const char* function, std::string_view about,
@@ -168,7 +177,7 @@ std::optional<Result> instead(const char* function, std::string_view about,
         }
     }
     if (fails(function, about)) return failure<Result>();
-    if (size != nullptr) *size = halved(function, *size);
+    if (size != nullptr) *size = halved(function, about, *size);
     return {};
 }
 
@@ -198,16 +207,17 @@ Watch::Watch() { t_watched = true; }
 Watch::~Watch() { t_watched = false; }
 
 void clear() {
-    g_countdown = 0;
+    g_countdown = g_again = 0;
     g_order = {};
     g_hit.clear();
+    g_about.clear();
     g_blocks = g_slept_ms = 0;
     g_descriptors = 0;
 }
-void fail_nth(int n, Mode mode) {
+void fail_nth(int n, Fault fault) {
     clear();
     g_countdown = n;
-    g_mode = mode;
+    g_fault = fault;
 }
 void fail_on(std::string_view function, std::string_view about, int error, int skip) {
     clear();
@@ -215,6 +225,9 @@ void fail_on(std::string_view function, std::string_view about, int error, int s
 }
 bool was_hit() { return !g_hit.empty(); }
 std::string last_hit() { return g_hit; }
+std::string last_about() { return g_about; }
+int last_error() { return g_error; }
+long hits() { return g_hits; }
 long heap_blocks() { return g_blocks; }
 int descriptors() { return g_descriptors; }
 long slept_ms() { return g_slept_ms; }
@@ -240,16 +253,16 @@ long slept_ms() { return g_slept_ms; }
         if (fault::heap_fails(#name, size)) return nullptr; \
         return fault::taken(__real_##name arguments);       \
     }
-#define WRAP_CLOSE(name, handle, about)                                      \
-    int __real_##name(handle);                                               \
-    int __wrap_##name(handle it) {                                           \
-        const bool fails = fault::fails(#name, about);                       \
-        const int error = errno;                                             \
-        fault::closed();                                                     \
-        const int result = __real_##name(it); /* closed, whatever it says */ \
-        if (!fails) return result;                                           \
-        errno = error;                                                       \
-        return -1;                                                           \
+#define WRAP_CLOSE(name, parameters, arguments, about, note)                     \
+    int __real_##name parameters;                                                \
+    int __wrap_##name parameters {                                               \
+        const bool fails = fault::fails(#name, about);                           \
+        const int error = errno;                                                 \
+        fault::note();                                                           \
+        const int result = __real_##name arguments; /* done, whatever it says */ \
+        if (!fails) return result;                                               \
+        errno = error;                                                           \
+        return -1;                                                               \
     }
 
 extern "C" {
@@ -257,9 +270,11 @@ WRAP(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode),
 WRAP(FILE*, fopen, (const char* path, const char* mode), (path, mode), path, opened)
 WRAP(DIR*, opendir, (const char* path), (path), path, opened)
 WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), "", opened)
-WRAP_CLOSE(close, int, fault::path_of(it))
-WRAP_CLOSE(fclose, FILE*, "")
-WRAP_CLOSE(closedir, DIR*, "")
+WRAP_CLOSE(close, (int fd), (fd), fault::path_of(fd), closed)
+WRAP_CLOSE(fclose, (FILE * stream), (stream), "", closed)
+WRAP_CLOSE(closedir, (DIR * stream), (stream), "", closed)
+WRAP_CLOSE(munmap, (void* at, std::size_t size), (at, size), "", given_back)
+WRAP_CLOSE(iconv_close, (iconv_t converter), (converter), "", given_back)
 WRAP_SIZED(read, (int fd, void* out, std::size_t size), (fd, out, size), fault::path_of(fd))
 WRAP_SIZED(write, (int fd, const void* in, std::size_t size), (fd, in, size), fault::path_of(fd))
 WRAP_SIZED(send, (int fd, const void* in, std::size_t size, int flags), (fd, in, size, flags),
@@ -272,25 +287,31 @@ WRAP_SIZED(pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in
 WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
      fault::path_of(fd) + "@" + std::to_string(at), same)
 WRAP(int, unlink, (const char* path), (path), path, same)
+WRAP(int, unlinkat, (int fd, const char* name, int flags), (fd, name, flags), name, same)
 WRAP(int, rename, (const char* from, const char* to), (from, to), from, same)
 WRAP(int, stat, (const char* path, struct stat* out), (path, out), path, same)
 WRAP(int, stat64, (const char* path, struct stat64* out), (path, out), path, same)
 WRAP(int, fstat, (int fd, struct stat* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd), same)
+WRAP(int, fstatat64, (int fd, const char* name, struct stat64* out, int flags),
+     (fd, name, out, flags), name, same)
+WRAP(int, mkdir, (const char* path, mode_t mode), (path, mode), path, same)
 WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode), fault::path_of(fd), same)
 WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd), same)
 WRAP(int, fallocate64, (int fd, int mode, off64_t at, off64_t size), (fd, mode, at, size),
      fault::path_of(fd), same)
 WRAP_SIZED(pread64, (int fd, void* out, std::size_t size, off64_t at), (fd, out, size, at),
            fault::path_of(fd))
+WRAP_SIZED(pwrite64, (int fd, const void* in, std::size_t size, off64_t at), (fd, in, size, at),
+           fault::path_of(fd))
 WRAP(void*, mmap, (void* at, std::size_t size, int protection, int flags, int fd, off_t offset),
-     (at, size, protection, flags, fd, offset), fault::path_of(fd), same)
+     (at, size, protection, flags, fd, offset), fault::path_of(fd), taken)
 WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
      fault::seen_peer(to), same)
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "", same)
 WRAP(int, gethostname, (char* name, std::size_t size), (name, size), "", same)
-WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, same)
+WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, taken)
 WRAP_HEAP(malloc, (std::size_t size), (size), size)
 WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size), count* size)
 
@@ -302,7 +323,7 @@ void* __wrap_realloc(void* block, std::size_t size) {
 }
 void __real_free(void* block);
 void __wrap_free(void* block) {
-    if (fault::t_watched && block != nullptr) --fault::g_blocks;
+    if (block != nullptr) fault::given_back();
     __real_free(block);
 }
 

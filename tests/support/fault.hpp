@@ -7,6 +7,7 @@
 
 #include <netinet/in.h>
 
+#include <cerrno>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -17,9 +18,18 @@
 namespace fault {
 
 enum class Mode {
-    kFail,       // the call fails: EIO, for the heap ENOMEM
-    kInterrupt,  // the call is interrupted: EINTR
+    kFail,       // the call fails; the heap always with ENOMEM
+    kInterrupt,  // the call is interrupted; not the heap
     kHalf,       // read, write, send and recv do half of what was asked
+};
+
+// What happens to a call, and as often as it is made again, so many times in all.
+struct Fault {
+    Fault(Mode how, int number = EIO, int in_a_row = 1)
+        : mode(how), error(how == Mode::kInterrupt ? EINTR : number), times(in_a_row) {}
+    Mode mode;
+    int error;
+    int times;
 };
 
 // While it lives, calls of this thread are counted, fail as ordered, and wait in virtual time.
@@ -55,19 +65,23 @@ struct Faults {
     sockaddr_in peer{};                 // of the last connect()
 };
 
-// The n-th call from now on that `mode` concerns, counted from 1, is hit once.
-void fail_nth(int n, Mode mode);
+// The n-th call from now on that the fault's mode concerns, counted from 1, is hit.
+void fail_nth(int n, Fault fault);
 
 // Every call of `function` that concerns `about` fails, after `skip` of them, with `error`: a path,
 // or the path behind a descriptor, or the bytes to be sent, or the size of a block in decimal, must
 // contain it. "" concerns every call. With error 0 the call is noticed (was_hit) and goes on.
 void fail_on(std::string_view function, std::string_view about, int error, int skip = 0);
 
-void clear();            // no more faults; the counts start anew
-bool was_hit();          // whether a fault took place since clear()
-std::string last_hit();  // the function hit last
-long heap_blocks();      // blocks taken and not given back under a Watch since clear()
-int descriptors();       // descriptors and streams opened and not closed, likewise
-long slept_ms();         // virtual time passed in sleep() and select() since clear()
+void clear();              // no more faults; the counts start anew
+bool was_hit();            // whether a fault took place since clear()
+std::string last_hit();    // the function hit last
+std::string last_about();  // the path or bytes it was about, see fail_on()
+int last_error();          // the errno it got
+long hits();               // calls hit since the program began
+long heap_blocks();        // blocks, mappings, converters taken under a Watch since clear(), and
+                           // not given back
+int descriptors();         // descriptors and streams opened and not closed, likewise
+long slept_ms();           // virtual time passed in sleep() and select() since clear()
 
 }  // namespace fault

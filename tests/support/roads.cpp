@@ -2,6 +2,8 @@
 #include "support/roads.hpp"
 
 #include <bit>
+#include <clocale>
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -34,10 +36,32 @@ Script pop_script(Script changes) {
     return changes;
 }
 
+std::vector<std::string> paths_in(const std::string& directory, const char* prefix) {
+    std::vector<std::string> paths;
+    for (const std::string& name : files_in(directory))
+        if (name.starts_with(prefix)) paths.push_back(directory + "/" + name);
+    return paths;
+}
+
 }  // namespace
 
+EucLocale::EucLocale() {
+    static const TempDir home;
+    static const std::string locale = home.file("ja_JP.eucJP");
+    if (!std::filesystem::exists(locale)) {
+        const std::string compile =
+            "localedef -c -i ja_JP -f EUC-JP " + locale + " >/dev/null 2>&1";
+        if (std::system(compile.c_str()) != 0 && !std::filesystem::exists(locale)) return;
+    }
+    ::setenv("LOCPATH", home.path().c_str(), 1);
+    is_set_ = std::setlocale(LC_ALL, "ja_JP.eucJP") != nullptr;
+}
+
+EucLocale::~EucLocale() { std::setlocale(LC_ALL, "C"); }
+
 const char* name_of(Road road) {
-    constexpr const char* kNames[] = {"plain", "auth", "HELO", "pieces", "POP first", "prepared"};
+    constexpr const char* kNames[] = {"plain",     "auth",     "HELO", "pieces",
+                                      "POP first", "prepared", "EUC"};
     return kNames[std::countr_zero(static_cast<unsigned>(road))];
 }
 
@@ -72,13 +96,21 @@ Journey::Journey(Road road, Script smtp_changes, Script pop_changes)
     mail.server.copy(mail.pop.szHost, sizeof mail.pop.szHost - 1);
     mail.split.ulPort = smtp.port();
     mail.pop.ulPort = pop.port();
+    mail.pop.lWaitMs = 500;
     if (road == kAuth || road == kHelo) mail.use_auth();
     if (road == kAuth) mail.account.ulMechanisms = MAIL_MECH_CRAM_MD5;
     if (road == kPop) mail.use_pop();
     mail.partial = road == kPartial ? 1 : 0;
-    for (int line = 0; line < 96; ++line) mail.body += std::string(80, 'b') + "\n";
+    if (road == kEuc) mail.subject = "\xC6\xFC\xCB\xDC";
+    const char* const pair = road == kEuc ? "\xA4\xA2" : "bb";
+    for (int line = 0; line < 96; ++line, mail.body += '\n') {
+        for (int column = 0; column < 80; column += 2) mail.body += pair;
+    }
     mail.has_body = road != kPrepared;
 
+    std::filesystem::remove(log_path());
+    for (const std::string& ring : paths_in(kTraceDir, "acert"))
+        write_file(ring, "\4" + std::string(8191, '\0'));  // no record
     // The paths must not move once the part list points at them.
     paths_ = {file("kept.bin"), file("temporary.bin"), file("content.txt"), file("header.txt")};
     write_file(paths_[0], std::string(15000, 'k'));
@@ -95,14 +127,16 @@ Journey::Journey(Road road, Script smtp_changes, Script pop_changes)
 }
 
 Outcome Journey::run() {
-    std::filesystem::remove(log_path());
     const bool deletes = mail.attachments.back().kind == MAIL_KIND_ATTACHMENT_TEMP;
     Outcome outcome;
     outcome.result = mail.send();
     outcome.descriptors = fault::descriptors();
     outcome.heap_blocks = fault::heap_blocks();
     outcome.detail = mail.detail.data();
-    outcome.trash = files_in(kWorkDir);
+    outcome.trash = paths_in(kWorkDir, "");
+    for (const std::string& path : paths_in(kTraceDir, "trc")) outcome.trash.push_back(path);
+    for (const std::string& ring : paths_in(kTraceDir, "acert"))
+        outcome.traced = outcome.traced || read_file(ring).find("SSSS") != std::string::npos;
     outcome.temporary_kept = deletes ? std::filesystem::exists(paths_[1]) : outcome.result < 0;
     if (const auto lines = log_lines(); !lines.empty()) outcome.last_log = lines.back();
     return outcome;

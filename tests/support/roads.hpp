@@ -19,16 +19,31 @@ enum Road : unsigned {
     kPartial = 8,    // the same, in four pieces
     kPop = 16,       // the same, POP before SMTP
     kPrepared = 32,  // a prepared content file and header file
+    kEuc = 64,       // Japanese text and two attachments, to be sent in an EucLocale
 };
-inline constexpr Road kAllRoads[] = {kPlain, kAuth, kHelo, kPartial, kPop, kPrepared};
+inline constexpr Road kAllRoads[] = {kPlain, kAuth, kHelo, kPartial, kPop, kPrepared, kEuc};
 const char* name_of(Road road);
+
+// While it lives, the process runs in an EUC locale, if localedef can make one.
+class EucLocale {
+public:
+    EucLocale();
+    ~EucLocale();
+    EucLocale(const EucLocale&) = delete;
+    EucLocale& operator=(const EucLocale&) = delete;
+    [[nodiscard]] bool is_set() const { return is_set_; }
+
+private:
+    bool is_set_ = false;
+};
 
 struct Outcome {
     std::int32_t result = 0;
     std::string detail;
     std::string last_log;            // last line of the mail log
+    bool traced = false;             // the ring holds records
     bool temporary_kept = false;     // the temporary attachment is still there
-    std::vector<std::string> trash;  // working files left behind
+    std::vector<std::string> trash;  // paths of working files left behind
     int descriptors = 0;             // not closed
     long heap_blocks = 0;            // not given back
 

@@ -45,8 +45,11 @@ std::int32_t SampleMail::send_parts() {
 
 void set_logs(int log_number, int trace_level) {
     std::ostringstream config;
-    config << "[ACERT]\nTRACESIZE=" << (trace_level > 1 ? 400 : 5) << "\nTRACELEVEL=" << trace_level
-           << "\n[LOG]\nLOGNUM=" << log_number << "\n";
+    for (const char* section : {"ACERT", "AGETS"}) {
+        config << "[" << section << "]\nTRACESIZE=" << (trace_level > 1 ? 400 : 5)
+               << "\nTRACELEVEL=" << trace_level << "\n";
+    }
+    config << "[LOG]\nLOGNUM=" << log_number << "\n";
     write_file("/etc/opt/Quorvin/trc_conf", config.str());
 }
 
