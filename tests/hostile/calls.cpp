@@ -134,14 +134,14 @@ int __wrap_select(int, fd_set*, fd_set*, fd_set*, timeval* wait) {
 }
 
 time_t __wrap_time(time_t* out) {
-    const time_t now = g_talk->now / 1000;
+    const auto now = static_cast<time_t>(g_talk->now / 1000);
     if (out != nullptr) *out = now;
     return now;
 }
 
 // A fraction of the same length in every run: mails are then cut at the same places.
 int __wrap_gettimeofday(timeval* now, void*) {
-    *now = {g_talk->now / 1000, 0x12345};
+    *now = {static_cast<time_t>(g_talk->now / 1000), 0x12345};
     return 0;
 }
 

@@ -195,7 +195,7 @@ public:
     }
     void check(bool good, const std::string& what) {
         if (good) return;
-        std::printf("%s: %s\n", name_.data(), what.c_str());
+        std::printf("%s: %s\n", name_.data(), printable(what).c_str());
         ++findings_;
     }
     void end(const Outcome& outcome) {

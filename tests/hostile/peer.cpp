@@ -42,23 +42,31 @@ Phase behind(Phase phase) {
 
 }  // namespace
 
-void tell(std::string& out, Ms at, char direction, std::string_view bytes) {
-    char line[512];
-    int used = std::snprintf(line, 32, "%" PRId64 ".%03d %c ", at / 1000 % 10'000'000,
-                             static_cast<int>(at % 1000), direction);
-    for (const char c : bytes.substr(0, 100))
-        used += std::snprintf(line + used, 5, c >= ' ' && c <= '~' && c != '\\' ? "%c" : "\\x%02X",
-                              static_cast<unsigned char>(c));
-    out += line;
-    out += bytes.size() > 100 ? "... (" + std::to_string(bytes.size()) + " bytes)\n" : "\n";
+std::string printable(std::string_view bytes) {
+    constexpr std::size_t kMost = 200;
+    std::string out;
+    for (const char c : bytes.substr(0, kMost)) {
+        char text[8];
+        std::snprintf(text, sizeof text, c >= ' ' && c <= '~' ? "%c" : "\\x%02X",
+                      static_cast<unsigned char>(c));
+        out += text;
+    }
+    return bytes.size() > kMost ? out + "... (" + std::to_string(bytes.size()) + " bytes)" : out;
 }
 
-std::uint64_t Random::below(std::uint64_t limit) {
+void tell(std::string& out, Ms at, char direction, std::string_view bytes) {
+    char head[32];
+    std::snprintf(head, sizeof head, "%" PRId64 ".%03d %c ", at / 1000 % 10'000'000,
+                  static_cast<int>(at % 1000), direction);
+    out += head + printable(bytes) + "\n";
+}
+
+std::size_t Random::below(std::uint64_t limit) {
     state_ += 0x9E3779B97F4A7C15;
     std::uint64_t mixed = state_;
     mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
     mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
-    return (mixed ^ (mixed >> 31)) % limit;
+    return static_cast<std::size_t>((mixed ^ (mixed >> 31)) % limit);
 }
 
 Peer::Peer(const Request& request, std::vector<Row> rows)

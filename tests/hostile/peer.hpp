@@ -17,7 +17,7 @@ namespace hostile {
 class Random {
 public:
     explicit Random(std::uint64_t seed) : state_(seed) {}
-    std::uint64_t below(std::uint64_t limit);
+    std::size_t below(std::uint64_t limit);  // 0 to limit - 1
     bool chance(unsigned percent) { return below(100) < percent; }
     template <class Value>
     Value pick(std::initializer_list<Value> values) {
@@ -41,7 +41,8 @@ struct Act {
 };
 using Row = std::pair<Phase, Act>;
 
-// Bytes for a reader, '<' from the other end.
+// Bytes for a reader; the direction '<' is from the other end.
+std::string printable(std::string_view bytes);
 void tell(std::string& out, Ms at, char direction, std::string_view bytes);
 
 class Peer {
