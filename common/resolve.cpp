@@ -19,7 +19,7 @@ namespace ovrmail::common {
 namespace {
 
 constexpr std::size_t kWorkSize = 1024;
-constexpr unsigned kPauseSeconds = 1;
+constexpr int kPauseSeconds = 1;
 
 // One question to the resolver. A host entry that does not fit the work area is a failure like any
 // other (ERANGE, NETDB_INTERNAL): nothing is used of it.
