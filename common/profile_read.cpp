@@ -57,7 +57,8 @@ bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
         if (errno != ENOENT && errno != ENOTDIR) profile.read_error = errno;
         return true;
     }
-    if (S_ISDIR(status.st_mode)) return true;
+    // Some devices never end.
+    if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) return true;
     // Files of /proc call themselves regular and empty.
     const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
     // More than an address space holds is no memory, not a part of the file.

@@ -170,7 +170,7 @@ class Surroundings(unittest.TestCase):
     def test_settings_that_are_none(self):
         ways = {"a program": "cp $H $F", "NUL bytes": "head -c 5000 /dev/zero >$F",
                 "a directory": "mkdir $F", "a FIFO": "mkfifo $F", "a loop": "ln -s $F $F",
-                "unreadable": f"{QUIET} >$F; chmod 0 $F",
+                "without end": "ln -s /dev/zero $F", "unreadable": f"{QUIET} >$F; chmod 0 $F",
                 "a line of 10 MiB": r"head -c 10485760 /dev/zero | tr '\0' = >$F"}
         for (way, commands), file in itertools.product(ways.items(), ("trc_conf", "rmmail.ini")):
             self.check(Row(f"{file} {way}", f"F=$E/{file}; {commands}", keys=ATTACH))
