@@ -96,29 +96,6 @@ TEST(Send, PiecesAreMailsOfTheirOwnAndMakeUpTheMessage) {
     EXPECT_EQ(kHead + whole, normal(plain.smtp.bodies()[0]));
 }
 
-TEST(Send, MailThatFitsInOnePieceIsSentWhole) {
-    Journey journey(kPartial);
-    journey.mail.attachments.erase(journey.mail.attachments.begin());
-    EXPECT_EQ(journey.run().result, MAIL_SENT);
-    EXPECT_EQ(normal(journey.smtp.bodies()[0]).substr(0, kHead.size()), kHead);
-    EXPECT_EQ(journey.smtp.received().find("message/partial"), std::string::npos);
-}
-
-TEST(Send, StatusCountsForTheFirstPieceOnly) {
-    Script script{{"", "220 hi\r\n"},     {"EHLO", "502 no\r\n"}, {"HELO", "250 hi\r\n"},
-                  {"MAIL", "250 ok\r\n"}, {"RCPT", "250 ok\r\n"}, {"DATA", "354 go\r\n"},
-                  {kBody, "250 ok\r\n"},  {"RSET", "250 ok\r\n"}, {"MAIL", "550 second\r\n"}};
-    ScriptedServer server(script);
-    Journey journey(kPartial);
-    journey.mail.use_auth();
-    journey.mail.split.ulPort = server.port();
-    EXPECT_EQ(journey.run().result, MAIL_E_REJECTED);
-    EXPECT_STREQ(journey.mail.detail.data(), "550 second\r\n");
-    Journey all(kPartial, {{"EHLO", "502 no\r\n"}});
-    all.mail.use_auth();
-    EXPECT_EQ(all.run().result, MAIL_SENT);  // Kept: not MAIL_SENT_UNAUTHENTICATED
-}
-
 TEST(Send, PreparedMessageIsSentAsStored) {
     Journey with_header(kPrepared);
     EXPECT_EQ(with_header.run().result, MAIL_SENT);

@@ -4,7 +4,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "mailapi/result_map.hpp"
@@ -37,43 +36,31 @@ struct Prepared {
     SendJob job;
 };
 
-// One compiled EUC locale, under several names; the process locale is C again afterwards.
-class EucLocale : public testing::Test {
+class Euc : public testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        home_ = std::make_unique<support::TempDir>();
-        const std::string compile =
-            "localedef -c -i ja_JP -f EUC-JP " + home_->file("ja_JP.eucJP") + " >/dev/null 2>&1";
-        usable_ = std::system(compile.c_str()) == 0 || fs::exists(home_->file("ja_JP.eucJP"));
-        for (const char* name : {"JA_JP.EUCJP", "JA", "ja", "SJIS", "ja_JP.ujis"}) {
-            if (usable_) fs::create_symlink("ja_JP.eucJP", home_->file(name));
-        }
-        ::setenv("LOCPATH", home_->path().c_str(), 1);
-    }
-    static void TearDownTestSuite() { home_.reset(); }
     void SetUp() override {
-        if (!usable_) GTEST_SKIP() << "localedef cannot make ja_JP.eucJP (package locales)";
-        ASSERT_NE(std::setlocale(LC_ALL, "ja_JP.eucJP"), nullptr);
+        if (!locale_.is_set())
+            GTEST_SKIP() << "localedef cannot make ja_JP.eucJP (package locales)";
     }
-    void TearDown() override { std::setlocale(LC_ALL, "C"); }
-
-    static inline std::unique_ptr<support::TempDir> home_;
-    static inline bool usable_ = false;
+    support::EucLocale locale_;
 };
 
-TEST_F(EucLocale, NameDecidesTheCode) {
+TEST_F(Euc, NameDecidesTheCode) {
     const std::pair<const char*, TextCode> names[] = {
         {"ja_JP.eucJP", TextCode::kEuc}, {"JA_JP.EUCJP", TextCode::kEuc}, {"ja", TextCode::kEuc},
         {"ja_JP.ujis", TextCode::kEuc},  {"SJIS", TextCode::kShiftJis},   {"JA", TextCode::kOther},
         {"C", TextCode::kOther},
     };
     for (const auto& [name, code] : names) {
+        std::error_code exists;
+        fs::create_symlink("ja_JP.eucJP", std::getenv("LOCPATH") + ("/" + std::string(name)),
+                           exists);
         ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name;
         EXPECT_EQ(locale_text_code(), code) << name;
     }
 }
 
-TEST_F(EucLocale, TextIsConvertedLineByLine) {
+TEST_F(Euc, TextIsConvertedLineByLine) {
     std::string long_line = "x";  // characters of two bytes then lie across byte 1,028
     std::string long_wanted = "x";
     for (int i = 0; i < 1500; ++i) long_line += "\xA4\xA2", long_wanted += "\x82\xA0";
@@ -97,29 +84,17 @@ TEST_F(EucLocale, TextIsConvertedLineByLine) {
     }
 }
 
-TEST_F(EucLocale, ConverterIsGivenBack) {
-    constexpr int kMoreThanThereAre = 1100;
-    for (int call = 0; call < kMoreThanThereAre; ++call) {
-        Prepared text("body");
-        ASSERT_EQ(prepare_text(text.job), 0);
-        ASSERT_FALSE(text.job.unconverted) << call;
-    }
-}
-
-TEST_F(EucLocale, WithoutConverterTextGoesOutEmpty) {
+TEST_F(Euc, WithoutConverterTextGoesOutEmpty) {
     Prepared text("body", "subject");
     fault::fail_on("iconv_open", "", EINVAL);
-    {
-        const fault::Watch watch;
-        ASSERT_EQ(prepare_text(text.job), 0);
-    }
-    EXPECT_TRUE(fault::was_hit());
+    const fault::Watch watch;
+    EXPECT_EQ(prepare_text(text.job), 0);
     EXPECT_STREQ(text.job.body.get(), "");
     EXPECT_STREQ(text.job.subject.data(), "");
     EXPECT_TRUE(text.job.unconverted);
 }
 
-TEST_F(EucLocale, FailedConversionIsReportedUnlessSomethingElseIs) {
+TEST_F(Euc, FailedConversionIsReportedUnlessSomethingElseIs) {
     const std::pair<Road, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
                                                    {support::kHelo, MAIL_SENT_UNAUTHENTICATED},
                                                    {support::kPrepared, MAIL_SENT}};

@@ -1,4 +1,6 @@
-// Lines, sends, budgets and connections, with the system calls under them failing on request.
+// Lines seen ahead, blocks, the clock's arithmetic, connecting, recipients. What every call may do
+// to a conversation, and how long it may wait, hostile/rules.cpp tells; what any answer does,
+// fuzz/reply_fuzz.cpp.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -68,114 +70,6 @@ TEST(Receive, LinesSeenAheadAreTakenOneByOne) {
     }
 }
 
-std::int32_t receive_line(Pair& pair) {
-    std::array<char, 1028> line;
-    const std::int32_t rc = SMTP_recv(pair.ends[0], line.data(), line.size(), &pair.err);
-    EXPECT_EQ(std::string(line.data()) == "+OK 2\r\n", rc == 0);
-    return rc;
-}
-std::int32_t send_line(Pair& pair) {
-    const std::int32_t rc = SMTP_send(pair.ends[0], "DATA\r\n", 6, &pair.err);
-    EXPECT_EQ(pair.heard(), rc == 0 ? "DATA\r\n" : "");
-    return rc;
-}
-std::int32_t pop_command(Pair& pair) {
-    return Pop3_STAT(pair.ends[0], nullptr, &pair.err, nullptr);
-}
-
-TEST(Calls, Fail) {
-    const struct {
-        std::int32_t (*act)(Pair&);
-        const char* call;
-        std::size_t times;
-        Outcome outcome;
-        std::int32_t result;
-        const char* log;
-    } cases[] = {
-        {receive_line, "poll", 50, {-1, EINTR}, 0, ""},
-        {receive_line, "recv", 3, {-1, EAGAIN}, 0, ""},
-        {receive_line, "recv", 5, {0}, 0, ""},
-        {receive_line, "recv", 6, {0}, -4, "func=recv code=0 detail=0"},
-        {receive_line, "poll", 1, {-1, ENOMEM}, -4, "func=select code=-1 detail=12"},
-        {receive_line, "recv", 1, {-1, EIO}, -4, "func=recv code=-1 detail=5"},
-        {send_line, "send", 5, {-1, EINTR}, 0, ""},
-        {send_line, "send", 6, {-1, EINTR}, -3, "func=send code=-1 detail=4"},
-        {send_line, "send", 5, {0}, 0, ""},
-        {send_line, "send", 6, {0}, -3, "func=send code=0 detail=0"},
-        {send_line, "send", 1, {-1, EIO}, -3, "func=send code=-1 detail=5"},
-        {pop_command, "poll", 50, {-1, EINTR}, 0, ""},
-        {pop_command, "recv", 5, {0}, 0, ""},
-        {pop_command, "recv", 6, {0}, -1, "func=recv code=0 detail=0"},
-        {pop_command, "poll", 1, {-1, ENOMEM}, -1, "func=select code=-1 detail=12"},
-        {pop_command, "recv", 1, {-1, EIO}, -1, "func=recv code=-1 detail=5"},
-        {pop_command, "send", 50, {-1, EINTR}, 0, ""},
-        {pop_command, "send", 1, {0}, -1, "func=send code=0 detail=0"},
-        {pop_command, "send", 1, {-1, EPIPE}, -1, "func=send code=-1 detail=32"},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.call + std::string(" ") + std::to_string(row.times) + row.log);
-        Pair pair;
-        LogCapture log;
-        pair.say("+OK 2\r\n");
-        pair.plan(row.call, row.times, row.outcome);
-        errno = 7;
-        EXPECT_EQ(row.act(pair), row.result);
-        const auto error = static_cast<std::uint32_t>(row.outcome.error);
-        EXPECT_TRUE(row.result == 0 || pair.err == error) << pair.err;
-        EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
-        EXPECT_EQ(log.text().find("ERROR") == std::string::npos, row.result == 0);
-    }
-}
-
-TEST(Calls, EmptyReadsCountInARow) {
-    for (auto* const act : {receive_line, pop_command}) {
-        Pair pair;
-        pair.say("+OK 2\r\n");
-        for (int times = 0; times < 3; ++times) {
-            pair.plan("recv", 5, {0});
-            pair.plan("recv", 2, {1});
-        }
-        EXPECT_EQ(act(pair), 0);
-    }
-}
-
-// A byte after 4 of 10 seconds, something else, and then silence. SMTP: every wait is what was left
-// when the line began or was interrupted. POP3: the time-out bounds the line.
-TEST(Calls, WaitsWithinALine) {
-    const std::tuple<std::int32_t (*)(Pair&), Outcome, std::int32_t, int> cases[] = {
-        {receive_line, {1, 0, 4}, -6, 4 + 4 + 10},
-        {receive_line, {-1, EINTR, 4}, -6, 10},
-        {pop_command, {1, 0, 4}, -17, 10},
-        {pop_command, {-1, EINTR, 4}, -17, 10},
-        {pop_command, {1, 0, -100}, -17, 4 - 100 + 10},  // the clock is set back
-    };
-    for (const auto& [act, second, result, seconds] : cases) {
-        Pair pair;
-        Pop3_SetTimeOut(10, nullptr);
-        pair.say("+O");
-        pair.plan("recv", 4, {1});
-        pair.plan("poll", 1, {1, 0, 4});
-        pair.plan("poll", 1, second);
-        const std::time_t begun = pair.now;
-        EXPECT_EQ(act(pair), result);
-        EXPECT_EQ(pair.now - begun, seconds);
-    }
-    Pop3_SetTimeOut(60, nullptr);
-}
-
-TEST(Send, BudgetIsCheckedAfterAPartOnly) {
-    for (const Outcome outcome : {Outcome{6}, Outcome{5}, Outcome{0}}) {
-        Pair pair;
-        pair.now += 10;
-        pair.plan("send", 1, outcome);
-        EXPECT_EQ(SMTP_send(pair.ends[0], "DATA\r\n", 6, &pair.err), outcome.result == 6 ? 0 : -6);
-    }
-    Pair pair;  // that has gone is an error, and no signal
-    ::close(std::exchange(pair.ends[1], -1));
-    EXPECT_EQ(SMTP_send(pair.ends[0], "QUIT\r\n", 6, &pair.err), -3);
-    EXPECT_EQ(pair.err, static_cast<std::uint32_t>(EPIPE));
-}
-
 // Each send takes 9 of the 10 seconds that a block has.
 TEST(SendBlocks, ClockRestartsAsBlocksGoOut) {
     const std::string bytes = std::string(1028, 'a') + std::string(1028, 'b') + "c";
@@ -218,44 +112,6 @@ TEST(Budget, Arithmetic) {
     }
 }
 
-// Replies lie ready, but every read takes 5 seconds, and a line takes two, or one when it was seen
-// with the line before: at the end the clock has run for the last line alone, on the budget of the
-// step.
-TEST(Budget, OfEveryStep) {
-    static const MailAuthAccount kAccount{MAIL_MECH_LOGIN, "tim", "secret"};
-    static const MailEntry kAuth{MAIL_AUTH_SMTP, 0, &kAccount};
-    const auto open = [](int sock) { return SMTP_initialize(sock, nullptr, nullptr); };
-    const struct {
-        const char* replies;
-        std::int32_t (*act)(int sock);
-        std::uint32_t budget;
-        int elapsed = 10;
-    } cases[] = {
-        {"220 a\r\n250-b\r\n250-c\r\n250 d\r\n", open, 10, 5},
-        {"220 a\r\n250 b\r\n", open, 10},
-        {"220 a\r\n502 b\r\n250 c\r\n", open, 10},
-        {"220 a\r\n250 AUTH LOGIN\r\n334 b\r\n334 c\r\n235 d\r\n",
-         [](int sock) { return SMTP_initialize(sock, &kAuth, nullptr); }, 10},
-        {"250 a\r\n250 b\r\n250 c\r\n",
-         [](int sock) { return SMTP_MAIL(sock, "a", "b,c", nullptr); }, 302},
-        {"354 a\r\n", [](int sock) { return SMTP_startData(sock, nullptr); }, 121},
-        {"250 a\r\n", [](int sock) { return SMTP_endData(sock, nullptr); }, 601},
-        {"250 a\r\n", [](int sock) { return SMTP_RSET(sock, nullptr); }, 10},
-        {"221 a\r\n", [](int sock) { return SMTP_QUIT(sock, nullptr); }, 300},
-    };
-    const MailTimeout budgets{300, 301, 302, 121, 181, 601};
-    SMTP_SetTimeOutInfo(&budgets);
-    for (const auto& row : cases) {
-        Pair pair;
-        pair.say(row.replies);
-        pair.plan("recv", 20, {2000, 0, 5});
-        pair.now += 3;
-        EXPECT_EQ(row.act(pair.ends[0]), 0) << row.replies;
-        EXPECT_EQ(g_ulTimeOut, row.budget) << row.replies;
-        EXPECT_EQ(pair.now - g_tStartTime, row.elapsed) << row.replies;
-    }
-}
-
 struct Client {
     const char* name;
     int (*connect)(const char* host, std::uint32_t port, std::uint32_t* err);
@@ -282,7 +138,6 @@ TEST(Connect, Attempts) {
         int calls;
         const char* log;
     } cases[] = {
-        {"connect", 3, {-1, ECONNREFUSED}, 1, 4, ""},
         {"connect", 5, {-1, ECONNREFUSED}, 1, 6, ""},
         {"connect", 9, {-1, ECONNREFUSED}, -2, kAll, "func=connect code=-1 detail=111"},
         {"connect", 1, {-1, ENETUNREACH}, -2, 1, "func=connect code=-1 detail=101"},
@@ -348,6 +203,46 @@ TEST(Connect, SocketOptions) {
         EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
         ::close(fd);
     }
+}
+
+TEST(Session, Recipients) {
+    const std::string longest(307, 'x'), sender(4089, 's'), too_long(4090, 's');
+    const struct {
+        const char* sender;
+        std::string recipients;
+        std::int32_t result;
+        std::string wire;  // behind EHLO
+    } cases[] = {
+        {nullptr, "", 0, "MAIL FROM:<>\r\nRCPT TO:<>\r\n"},
+        {"a", ",b, c,", 0,
+         "MAIL FROM:<a>\r\nRCPT TO:<>\r\nRCPT TO:<b>\r\nRCPT TO:< c>\r\nRCPT TO:<>\r\n"},
+        {sender.c_str(), longest, 0, "MAIL FROM:<" + sender + ">\r\nRCPT TO:<" + longest + ">\r\n"},
+        {too_long.c_str(), "b", -22, ""},
+        {"a", "b," + longest + "x,c", -23, "MAIL FROM:<a>\r\nRCPT TO:<b>\r\n"},
+    };
+    for (const auto& [from, recipients, result, wire] : cases) {
+        ScriptedServer server(friendly(), {.any_order = true});
+        std::uint32_t err = 99;
+        const int sock = SMTP_connect("127.0.0.1", server.port(), &err);
+        EXPECT_EQ(SMTP_initialize(sock, nullptr, &err), 0);
+        EXPECT_EQ(SMTP_MAIL(sock, from, recipients.c_str(), &err), result);
+        char kept[256];
+        SMTP_GetSmtpSvResponce(kept);
+        EXPECT_STREQ(kept, result == 0 ? "250 ok\r\n" : "");
+        EXPECT_EQ(err, 0U);
+        ::close(sock);
+        const std::string& all = server.received();
+        EXPECT_EQ(all.substr(all.find('\n') + 1), wire);
+    }
+}
+
+TEST(Session, EmptyHostName) {
+    Faults faults;
+    faults.plan("gethostname", 1, {0});
+    ScriptedServer server(friendly(), {.any_order = true});
+    const int sock = SMTP_connect("127.0.0.1", server.port(), nullptr);
+    EXPECT_EQ(SMTP_initialize(sock, nullptr, nullptr), -5);
+    ::close(sock);
 }
 
 TEST(Arguments, NothingCrashes) {
