@@ -155,6 +155,26 @@ TEST(Arguments, NullPointersLeaveTheDetailUntouched) {
               MAIL_E_ARGUMENT);
 }
 
+TEST(Arguments, PartListBeginsWithTheBody) {
+    const MailEntry to{MAIL_KIND_RECIPIENT, 0, "a@b"};
+    const MailEntry parts[] = {{MAIL_KIND_BODY, 0, ""}, {MAIL_KIND_ATTACHMENT, 0, "/etc/passwd"}};
+    const std::pair<const MailEntry*, std::uint32_t> cases[] = {
+        {parts, 0}, {parts, ~0U}, {parts + 1, 1}};
+    for (const auto& [first, count] : cases) {
+        std::array<char, 256> detail{"untouched"};
+        EXPECT_EQ(OvRm_SendEMail(&to, 1, first, count, "a@b", "s", "a.invalid", 0, nullptr, nullptr,
+                                 nullptr, detail.data()),
+                  MAIL_E_ARGUMENT);
+        EXPECT_STREQ(detail.data(), "");
+    }
+}
+
+TEST(Arguments, WorkDirectoryHasRoomForANameBehindIt) {
+    SampleMail mail;
+    mail.work_dir.assign(1020, '/');
+    EXPECT_EQ(mail.send_parts(), MAIL_E_WORK_FILE);
+}
+
 const char* const kManager = "/opt/korvanta/etc/korvanta.reg";
 
 void write_records(const char* start_type, int manager_level) {

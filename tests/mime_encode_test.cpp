@@ -189,6 +189,9 @@ TEST(CodeSet, Conversions) {
     }
     Cnv_close(to_sjis);
     Cnv_close(to_euc);
+    std::array<char, 9> code;
+    EXPECT_EQ(Cnv_tocode("\x01z\xFF\xA0", code.data()), 4);
+    EXPECT_STREQ(code.data(), "017affa0");
 }
 
 }  // namespace
