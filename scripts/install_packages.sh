@@ -22,6 +22,7 @@ declare -A groups=(
     [clang]="clang"
     [fuzz]="clang libclang-rt-14-dev python3"
     [abi]="abigail-tools"
+    [valgrind]="valgrind libc6-dbg"
 )
 
 usage() {

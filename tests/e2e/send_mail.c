@@ -133,6 +133,7 @@ static void* call(void* unused) {
     const struct state after = look();
     setrlimit(RLIMIT_NOFILE, &usual);
     dprintf(kReport, "%d\n%s", (int)rc, detail);
+    close(kReport);
     if (memcmp(&before, &after, sizeof before) != 0) exit(3);
     return unused;
 }
