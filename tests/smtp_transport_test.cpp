@@ -70,6 +70,34 @@ TEST(Receive, LinesSeenAheadAreTakenOneByOne) {
     }
 }
 
+// A send that takes nothing, which no kernel does, and a POP3 server that is slow to read.
+TEST(Send, TakesNothing) {
+    const struct {
+        bool is_pop;
+        std::size_t times;
+        Outcome outcome;
+        std::int32_t result;
+        const char* log;
+    } cases[] = {
+        {false, 5, {0}, 0, ""},
+        {false, 6, {0}, -3, "func=send code=0 detail=0"},
+        {true, 1, {0}, -1, "func=send code=0 detail=0"},
+        {true, 50, {-1, EAGAIN}, 0, ""},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.times);
+        Pair pair;
+        LogCapture log;
+        pair.say("+OK 2\r\n");
+        pair.plan("send", row.times, row.outcome);
+        EXPECT_EQ(row.is_pop ? Pop3_STAT(pair.ends[0], nullptr, &pair.err, nullptr)
+                             : SMTP_send(pair.ends[0], "STAT\r\n", 6, &pair.err),
+                  row.result);
+        EXPECT_EQ(pair.heard(), row.result == 0 ? "STAT\r\n" : "");
+        EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
+    }
+}
+
 // Each send takes 9 of the 10 seconds that a block has.
 TEST(SendBlocks, ClockRestartsAsBlocksGoOut) {
     const std::string bytes = std::string(1028, 'a') + std::string(1028, 'b') + "c";
