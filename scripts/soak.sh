@@ -1,7 +1,7 @@
 #!/bin/bash
 # soak.sh [MAILS] - sends MAILS mails, 10,000 without an argument, from one process through a Postfix
 # of its own, as root: each has to arrive exactly once, and the process and its directories to end
-# as they began. Some three minutes; ctest runs the short form.
+# as they began. Some two minutes; ctest runs the short form.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
