@@ -29,9 +29,9 @@ constexpr std::size_t kGrowth = 1024;  // a piece is read this much short of its
 constexpr std::int32_t kWalkLine = 1024;
 constexpr std::string_view kLineEnd = "\r\n";
 
-// Gives back to the file what was read of it too far.
+// Gives back to the file what was read of it too far. The file may be larger than an off_t tells.
 bool give_back(int fd, std::size_t size) noexcept {
-    return size == 0 || ::lseek(fd, -static_cast<off_t>(size), SEEK_CUR) != -1;
+    return size == 0 || ::lseek64(fd, -static_cast<off64_t>(size), SEEK_CUR) != -1;
 }
 
 // Where the first line to end at or behind `from` ends; npos when none does.

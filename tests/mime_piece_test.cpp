@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -91,6 +92,18 @@ TEST_F(Pieces, NoneEndsInAHeaderThatFits) {
             EXPECT_TRUE(start >= end || end > start + header.size()) << offset;
         }
     }
+}
+
+// A composition file grows beyond what an offset of 32 bits can tell.
+TEST_F(Pieces, BeyondTwoGibibytes) {
+    constexpr off64_t kFar = 0x7FFFFC00;
+    const string text = lines(1000) + string(60, 'z') + "\r\n" + lines(2000);
+    EXPECT_GT(::pwrite64(fd_, text.data(), text.size(), kFar), 0);
+    EXPECT_EQ(::lseek64(fd_, kFar, SEEK_SET), kFar);
+    string all, buffer(2048, '\0');
+    for (int size = 1; size > 0; all.append(buffer, 0, static_cast<std::size_t>(size)))
+        size = std::max(SMTP_getSendData(fd_, buffer.data(), 2, kBoundary, &err_), 0);
+    EXPECT_EQ(all, text);
 }
 
 TEST_F(Pieces, FailuresAreReadErrors) {

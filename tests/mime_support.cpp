@@ -22,6 +22,7 @@ std::FILE* __real_fopen(const char* path, const char* mode);
 ssize_t __real_read(int fd, void* data, size_t size);
 ssize_t __real_write(int fd, const void* data, size_t size);
 off_t __real_lseek(int fd, off_t offset, int whence);
+off64_t __real_lseek64(int fd, off64_t offset, int whence);
 
 std::time_t __wrap_time(std::time_t* out) { return libc.now != 0 ? libc.now : __real_time(out); }
 int __wrap_gettimeofday(timeval* tv, void* zone) {
@@ -46,5 +47,9 @@ ssize_t __wrap_write(int fd, const void* data, size_t size) {
 off_t __wrap_lseek(int fd, off_t offset, int whence) {
     if (fails(fake::kSeek)) return errno = ESPIPE, -1;
     return __real_lseek(fd, offset, whence);
+}
+off64_t __wrap_lseek64(int fd, off64_t offset, int whence) {
+    if (fails(fake::kSeek)) return errno = ESPIPE, -1;
+    return __real_lseek64(fd, offset, whence);
 }
 }

@@ -61,6 +61,6 @@ protected:
     [[nodiscard]] std::string composed() const { return support::read_file(dir_.file("composed")); }
 
     support::TempDir dir_;
-    int fd_ = ::open(dir_.file("composed").c_str(), O_RDWR | O_CREAT, 0600);
+    int fd_ = ::open(dir_.file("composed").c_str(), O_RDWR | O_CREAT | O_LARGEFILE, 0600);
     std::uint32_t err_ = 0;
 };

@@ -286,6 +286,8 @@ WRAP_SIZED(pwrite, (int fd, const void* in, std::size_t size, off_t at), (fd, in
            fault::path_of(fd))
 WRAP(off_t, lseek, (int fd, off_t at, int from), (fd, at, from),
      fault::path_of(fd) + "@" + std::to_string(at), same)
+WRAP(off64_t, lseek64, (int fd, off64_t at, int from), (fd, at, from),
+     fault::path_of(fd) + "@" + std::to_string(at), same)
 WRAP(int, unlink, (const char* path), (path), path, same)
 WRAP(int, unlinkat, (int fd, const char* name, int flags), (fd, name, flags), name, same)
 WRAP(int, rename, (const char* from, const char* to), (from, to), from, same)
