@@ -11,9 +11,7 @@ if [ "$(uname -m)" != x86_64 ] || ! scripts/install_packages.sh build test abi; 
     echo "check_abi: NOT CHECKED: no abigail-tools, or no x86_64 machine, here"
     exit 0
 fi
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 
 # The names in the debug information start at the top of the tree, wherever it lies.
 cmake --preset release -B build-abi -DCMAKE_CXX_FLAGS="-g -fdebug-prefix-map=$PWD/=" \

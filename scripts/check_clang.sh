@@ -8,9 +8,7 @@ if ! scripts/install_packages.sh build test clang; then
     echo "check_clang: NOT CHECKED: no clang here"
     exit 0
 fi
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 cmake --preset release -B build-clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DOVRMAIL_BUILD_TESTS=ON >/dev/null
 cmake --build build-clang --parallel "$(nproc)"

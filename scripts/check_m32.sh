@@ -9,9 +9,7 @@ if ! scripts/install_packages.sh build test m32; then
     echo "check_m32: NOT CHECKED: no 32-bit compiler or tests here"
     exit 0
 fi
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 jobs=$(nproc)
 flags=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=-m32 "-DCMAKE_CXX_FLAGS=-m32 -D_GLIBCXX_ASSERTIONS")
 

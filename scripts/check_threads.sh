@@ -9,9 +9,7 @@ if ! scripts/install_packages.sh build test; then
     echo "check_threads: NOT CHECKED: no compiler or tests here"
     exit 0
 fi
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan --parallel "$(nproc)" --target host_test
 

@@ -6,9 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_packages.sh build test users e2e coverage
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 cmake --preset coverage >/dev/null
 cmake --build build-coverage --parallel "$(nproc)"
 find build-coverage -name '*.gcda' -delete

@@ -7,9 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_packages.sh build fuzz
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --parallel "$(nproc)" >/dev/null
 python3 -B tests/fuzz/fuzz.py build-fuzz "${1:-30}" "${@:2}"

@@ -6,9 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_packages.sh build test
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 cmake --preset asan >/dev/null
 cmake --build --preset asan --parallel "$(nproc)" --target hostile_peers
 time tests/support/private_dirs.sh build-asan/tests/hostile/hostile_peers "${1:-100000}" "${2:-1}"

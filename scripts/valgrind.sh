@@ -8,9 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_packages.sh build test users e2e valgrind
-if command -v ccache >/dev/null; then
-    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+. scripts/compiler_cache.sh
 build=$PWD/build-valgrind
 logs=$build/logs
 programs() { find "$build" -type f -perm -u+x "$@" -not -path '*/CMakeFiles/*' -not -name '*.so*'; }
