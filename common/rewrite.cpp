@@ -14,6 +14,7 @@
 #include "common/heap.hpp"
 #include "common/retry.hpp"
 #include "common/unique_fd.hpp"
+#include "file_util.h"
 
 namespace ovrmail::common {
 namespace {
@@ -97,9 +98,7 @@ int rewrite_file(const char* path, std::string_view content) noexcept {
     if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) return errno;
     const int failure = S_ISREG(status.st_mode) ? rewrite_regular(fd.get(), status.st_size, content)
                                                 : write_at_once(fd.get(), content);
-    // A close interrupted by a signal has closed.
-    // allow: the result of this one counts
-    if (::close(fd.release()) != 0 && errno != EINTR && failure == 0) return errno;
+    if (FileClose(fd.release()) != 0 && failure == 0) return errno;
     return failure;
 }
 

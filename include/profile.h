@@ -22,7 +22,8 @@ typedef struct MailProfile MailProfile;
  *   flags  0 read only; otherwise writable, with bit 0x20 lines are written with CR LF, not LF
  *   err    out: errno when memory runs out, else untouched
  * Returns a profile that the caller closes, or null when memory runs out. A file that cannot be
- * opened or read gives an empty profile: written back, it holds the changes alone. */
+ * opened or read, a directory or a device gives an empty profile: written back, it holds the
+ * changes alone. */
 MAIL_API MailProfile* Com_OpenPrivateProfile(const char* path, uint32_t flags) MAIL_NOEXCEPT;
 MAIL_API MailProfile* Com_OpenPrivateProfile2(const char* path, uint32_t flags,
                                               uint32_t* err) MAIL_NOEXCEPT;
