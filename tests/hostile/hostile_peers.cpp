@@ -257,17 +257,6 @@ void run_cuts(Sender& sender, Report& report) {
     }
 }
 
-// Challenges around the 511 bytes that have room.
-void run_challenges(Sender& sender, Report& report) {
-    for (std::size_t size = 678; size < 690; ++size) {
-        report.begin("challenge of " + std::to_string(size));
-        for (const char* const behind : {"\r\n", "=\r\n", "==\r\n"})
-            report.end(sender.send(
-                Sender::standard(false, MAIL_MECH_CRAM_MD5 | MAIL_MECH_PLAIN),
-                std::vector<Row>{{kCramMd5, {"334 " + std::string(size, 'A') + behind}}}));
-    }
-}
-
 std::string lines(int count, std::size_t length) {
     std::string all;
     for (; count > 0; --count) all += "250-" + std::string(length - 6, 'x') + "\r\n";
@@ -361,7 +350,6 @@ int run(std::uint64_t count, std::uint64_t seed, Report& report) {
         run_endless(sender, report);
         run_full_disk(sender, report);
         run_cuts(sender, report);
-        run_challenges(sender, report);
     }
     for (std::uint64_t n = 0; n < count && report.findings() < kEnough; ++n) {
         report.begin("seed " + std::to_string(seed + n));
