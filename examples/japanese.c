@@ -23,9 +23,9 @@ static int to_shift_jis(const char* utf8, char* out, size_t size) {
 }
 
 int main(int argc, char** argv) {
-    char subject[65]; /* the library takes 64 bytes */
-    char text[10239]; /* and 10,238 here */
-    char detail[256] = "";
+    char subject[MAIL_SUBJECT_MAX + 1];
+    char text[MAIL_BODY_MAX + 1];
+    char detail[MAIL_DETAIL_SIZE] = "";
     if (argc < 5) return 2;
     if (to_shift_jis("ディスク容量の警告 (alpha)", subject, sizeof subject) != 0 ||
         to_shift_jis("監視対象 alpha のディスク使用率が 95% を超えました。\n確認してください。",

@@ -9,8 +9,6 @@
 
 #include "mail_api.h"
 
-enum { kSubjectSize = 65, kTextSize = 10239, kDetailSize = 256 };
-
 /* Converts UTF-8 to a NUL-terminated Shift_JIS text of at most size - 1 bytes; 0, or -1. */
 static int to_shift_jis(char* utf8, char* out, size_t size) {
     size_t in_left = strlen(utf8);
@@ -24,9 +22,9 @@ static int to_shift_jis(char* utf8, char* out, size_t size) {
 }
 
 int main(int argc, char** argv) {
-    static char text[kTextSize];
-    char subject[kSubjectSize];
-    char detail[kDetailSize] = "";
+    static char text[MAIL_BODY_MAX + 1];
+    char subject[MAIL_SUBJECT_MAX + 1];
+    char detail[MAIL_DETAIL_SIZE] = "";
 
     if (argc != 8) {
         fprintf(stderr, "usage: %s SERVER PORT FROM TO SUBJECT TEXT FILE\n", argv[0]);
@@ -40,7 +38,7 @@ int main(int argc, char** argv) {
 
     const MailEntry recipients[] = {{MAIL_KIND_RECIPIENT, 0, argv[4]}};
     const MailEntry parts[] = {{MAIL_KIND_BODY, 0, text}, {MAIL_KIND_ATTACHMENT, 0, argv[7]}};
-    const MailSplitOption split = {64, (uint32_t)strtoul(argv[2], NULL, 10)};
+    const MailSplitOption split = {MAIL_SPLIT_DEFAULT, (uint32_t)strtoul(argv[2], NULL, 10)};
 
     int32_t rc = OvRm_SendEMail(recipients, 1, parts, 2, argv[3], subject, argv[1], 0, &split, NULL,
                                 NULL, detail);

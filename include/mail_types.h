@@ -27,6 +27,26 @@
 
 MAIL_BEGIN_DECLS
 
+/* Limits, in bytes without the NUL unless the line says otherwise. */
+enum {
+    MAIL_ADDRESS_MAX = 256,     /* sender; server; all recipients with their commas */
+    MAIL_SUBJECT_MAX = 64,      /* subject: 32 Japanese characters */
+    MAIL_BODY_MAX = 10238,      /* body text */
+    MAIL_PATH_MAX = 1024,       /* path of an attachment or of a prepared file */
+    MAIL_ACCOUNT_MAX = 64,      /* user name; password */
+    MAIL_DETAIL_SIZE = 256,     /* the caller's detail buffer, with the NUL */
+    MAIL_SPLIT_MIN = 10,        /* KiB of one piece */
+    MAIL_SPLIT_MAX = 100,       /* KiB */
+    MAIL_SPLIT_DEFAULT = 64,    /* KiB */
+    MAIL_TIMEOUT_MIN = 60,      /* seconds of one time budget */
+    MAIL_TIMEOUT_MAX = 3600,    /* seconds */
+    MAIL_POP_WAIT_MAX = 3600000 /* milliseconds after the POP session */
+};
+
+/* Initialiser of a MailTimeout with the default budgets (RFC 5321 4.5.3.2). */
+#define MAIL_TIMEOUT_DEFAULTS \
+    { 300, 300, 300, 120, 180, 600 }
+
 /* Kinds of a list entry. */
 enum {
     MAIL_KIND_RECIPIENT = 1,  /* recipient list: comma-separated addresses, 1 to 256 characters */

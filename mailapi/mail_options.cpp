@@ -12,7 +12,6 @@ namespace ovrmail::mailapi {
 namespace {
 
 constexpr std::uint32_t kReadOnly = 0;
-constexpr std::size_t kNameMax = 64;
 constexpr std::uint32_t kKnownMechanisms = MAIL_MECH_LOGIN | MAIL_MECH_PLAIN | MAIL_MECH_CRAM_MD5;
 
 }  // namespace
@@ -42,8 +41,8 @@ std::int32_t check_auth_option(const MailEntry& auth) noexcept {
 std::int32_t check_auth_account(const MailAuthAccount& account) noexcept {
     log::TraceScope trace("CAUTH0000", "CAUTHFFFF");
     const std::size_t user = common::bounded(account.szUser).size();
-    if (user == 0 || user > kNameMax) return trace.fail("CAUTH0010", MAIL_E_ARGUMENT);
-    if (common::bounded(account.szPassword).size() > kNameMax) {
+    if (user == 0 || user > MAIL_ACCOUNT_MAX) return trace.fail("CAUTH0010", MAIL_E_ARGUMENT);
+    if (common::bounded(account.szPassword).size() > MAIL_ACCOUNT_MAX) {
         return trace.fail("CAUTH0020", MAIL_E_ARGUMENT);
     }
     if ((account.ulMechanisms & kKnownMechanisms) == 0) {

@@ -19,9 +19,7 @@
 namespace ovrmail::mailapi {
 namespace {
 
-constexpr std::int32_t kWaitMaxMs = 3600000;
 constexpr std::uint32_t kTimeOutDefault = 60;
-constexpr std::uint32_t kTimeOutMax = 3600;
 
 // A text of `least` characters up to its field's size less the NUL, on one line: with a line break
 // a name or password would write POP3 commands of its own.
@@ -34,7 +32,7 @@ bool is_valid_field(std::span<const char> field, std::size_t least) noexcept {
 bool is_valid(const MailPopAccount& account) noexcept {
     return is_valid_field(account.szUser, 1) && is_valid_field(account.szPassword, 0) &&
            is_valid_field(account.szHost, 1) && account.lWaitMs >= 0 &&
-           account.lWaitMs <= kWaitMaxMs;
+           account.lWaitMs <= MAIL_POP_WAIT_MAX;
 }
 
 // A refusal leaves the server's reply, which the POP3 layer put into the detail buffer.
@@ -84,7 +82,7 @@ std::int32_t pop_before_smtp(const MailPopAccount& account,
     log::TraceScope trace("BEFORE0000", "BEFOREFFFF");
     if (!is_valid(account)) return trace.fail("BEFORE0010", MAIL_E_ARGUMENT);
     const std::uint32_t seconds = account.usTimeOut;
-    const bool in_range = seconds >= kTimeOutDefault && seconds <= kTimeOutMax;
+    const bool in_range = seconds >= MAIL_TIMEOUT_MIN && seconds <= MAIL_TIMEOUT_MAX;
     Pop3_SetTimeOut(in_range ? seconds : kTimeOutDefault, g_trace);
     if (const std::int32_t rc = run_session(account, detail, trace); rc != 0) return rc;
     wait_ms(account.lWaitMs);

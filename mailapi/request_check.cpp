@@ -15,11 +15,6 @@ namespace ovrmail::mailapi {
 namespace {
 
 constexpr std::uint32_t kLogNote = 3;
-constexpr std::size_t kPathMax = 1024;
-constexpr std::int32_t kSplitMin = 10;
-constexpr std::int32_t kSplitMax = 100;
-constexpr std::uint32_t kTimeOutMin = 60;
-constexpr std::uint32_t kTimeOutMax = 3600;
 
 struct TimeOutField {
     std::uint32_t MailTimeout::*seconds;
@@ -33,7 +28,7 @@ constexpr TimeOutField kTimeOutFields[] = {
     {&MailTimeout::ulSendDataTimeOut, "TIMEOUT0050"},
     {&MailTimeout::ulEndDataTimeOut, "TIMEOUT0060"},
 };
-constexpr MailTimeout kDefaultTimeOut{300, 300, 300, 120, 180, 600};
+constexpr MailTimeout kDefaultTimeOut = MAIL_TIMEOUT_DEFAULTS;
 
 bool has_length(const char* text, std::size_t max) noexcept {
     const std::size_t length = ::strnlen(text, max + 1);
@@ -64,15 +59,16 @@ std::int32_t check_recipient(SendJob& job) noexcept {
         return fail_at("EMAILAPI0022", MAIL_E_RECIPIENT, entry.kind);
     }
     job.recipient = static_cast<const char*>(entry.value);
-    if (!has_length(job.recipient, kAddressMax)) return fail_at("EMAILAPI0024", MAIL_E_RECIPIENT);
+    if (!has_length(job.recipient, MAIL_ADDRESS_MAX))
+        return fail_at("EMAILAPI0024", MAIL_E_RECIPIENT);
     if (has_line_break(job.recipient)) return fail_at("EMAILAPI0026", MAIL_E_RECIPIENT);
     return 0;
 }
 
 std::int32_t check_sender_and_server(const SendArguments& args) noexcept {
-    if (!has_length(args.sender, kAddressMax)) return fail_at("EMAILAPI0030", MAIL_E_ARGUMENT);
+    if (!has_length(args.sender, MAIL_ADDRESS_MAX)) return fail_at("EMAILAPI0030", MAIL_E_ARGUMENT);
     if (has_line_break(args.sender)) return fail_at("EMAILAPI0032", MAIL_E_ARGUMENT);
-    if (!has_length(args.server, kAddressMax)) return fail_at("EMAILAPI0034", MAIL_E_ARGUMENT);
+    if (!has_length(args.server, MAIL_ADDRESS_MAX)) return fail_at("EMAILAPI0034", MAIL_E_ARGUMENT);
     return 0;
 }
 
@@ -114,7 +110,7 @@ std::int32_t check_parts(SendJob& job) noexcept {
     }
     for (std::size_t i = 1; i < job.parts.size(); ++i) {
         const auto* const path = static_cast<const char*>(job.parts[i].value);
-        if (!is_allowed_kind(job.parts, i) || path == nullptr || !has_length(path, kPathMax)) {
+        if (!is_allowed_kind(job.parts, i) || path == nullptr || !has_length(path, MAIL_PATH_MAX)) {
             return fail_at("EMAILAPI0050", MAIL_E_ARGUMENT, static_cast<std::uint32_t>(i));
         }
     }
@@ -129,7 +125,7 @@ std::int32_t check_split(SendJob& job) noexcept {
     job.partial = args.partial_flag == 1;
     if (args.split == nullptr) return 0;
     job.split = *args.split;
-    if (job.split.lSplitSize < kSplitMin || job.split.lSplitSize > kSplitMax) {
+    if (job.split.lSplitSize < MAIL_SPLIT_MIN || job.split.lSplitSize > MAIL_SPLIT_MAX) {
         return fail_at("EMAILAPI0062", MAIL_E_ARGUMENT,
                        static_cast<std::uint32_t>(job.split.lSplitSize));
     }
@@ -140,7 +136,7 @@ std::int32_t install_time_outs(const MailTimeout* given) noexcept {
     const MailTimeout values = given != nullptr ? *given : kDefaultTimeOut;
     for (const TimeOutField& field : kTimeOutFields) {
         const std::uint32_t seconds = values.*field.seconds;
-        if (seconds < kTimeOutMin || seconds > kTimeOutMax) {
+        if (seconds < MAIL_TIMEOUT_MIN || seconds > MAIL_TIMEOUT_MAX) {
             return fail_at(field.point, MAIL_E_ARGUMENT, seconds);
         }
     }
@@ -157,8 +153,8 @@ std::int32_t check_text(SendJob& job) noexcept {
     MailLogWrite(g_pLogHandle, kLogNote, job.subject.data());
 
     if (job.body_text() == nullptr) return 0;
-    job.body_length = ::strnlen(job.body_text(), kBodySize);
-    if (job.body_length + 1 > kBodySize) return fail_at("EMAILAPI0072", MAIL_E_ARGUMENT);
+    job.body_length = ::strnlen(job.body_text(), MAIL_BODY_MAX + 1);
+    if (job.body_length > MAIL_BODY_MAX) return fail_at("EMAILAPI0072", MAIL_E_ARGUMENT);
     return 0;
 }
 

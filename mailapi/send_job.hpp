@@ -17,10 +17,8 @@
 
 namespace ovrmail::mailapi {
 
-inline constexpr std::size_t kAddressMax = 256;
-inline constexpr std::size_t kSubjectSize = 65;
-inline constexpr std::size_t kBodySize = 10239;  // with its NUL
-inline constexpr std::size_t kDetailSize = 256;
+inline constexpr std::size_t kSubjectSize = MAIL_SUBJECT_MAX + 1;
+inline constexpr std::size_t kDetailSize = MAIL_DETAIL_SIZE;
 inline constexpr std::size_t kBytesPerKb = 1024;
 
 // The arguments as the caller gave them.
@@ -47,7 +45,7 @@ struct SendJob {
     const SendArguments& args;
     const char* recipient = nullptr;
     std::span<const MailEntry> parts;
-    MailSplitOption split{64, 0};
+    MailSplitOption split{MAIL_SPLIT_DEFAULT, 0};
     bool partial = false;
 
     // Text in the code that composition expects.

@@ -7,7 +7,7 @@
 
 namespace ovrmail::smtp {
 
-inline constexpr MailTimeout kDefaultBudgets{300, 300, 300, 120, 180, 600};
+inline constexpr MailTimeout kDefaultBudgets = MAIL_TIMEOUT_DEFAULTS;
 inline constexpr std::uint32_t kQuitBudget = 300;
 
 // A step's budget begins: installs it and starts its clock.

@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr MailTimeout kTimeOuts{300, 300, 300, 120, 180, 600};
+constexpr MailTimeout kTimeOuts = MAIL_TIMEOUT_DEFAULTS;
 
 class TemporaryDirectory {
 public:

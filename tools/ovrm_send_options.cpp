@@ -23,7 +23,7 @@ constexpr std::size_t kMaxAccount = 64;
 constexpr std::int32_t kMinTimeOut = 60;
 constexpr std::int32_t kMaxTimeOut = 3600;
 constexpr std::int32_t kMaxPort = 65535;
-constexpr MailTimeout kDefaultTimeOuts{300, 300, 300, 120, 180, 600};
+constexpr MailTimeout kDefaultTimeOuts = MAIL_TIMEOUT_DEFAULTS;
 
 struct Row;
 using Apply = bool (*)(Options&, const Row&, std::string_view);

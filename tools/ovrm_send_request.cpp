@@ -18,10 +18,6 @@
 namespace ovrm_send {
 namespace {
 
-constexpr std::size_t kMaxSubject = 64;
-constexpr std::size_t kMaxBody = 10238;
-constexpr std::size_t kMaxPassword = 64;
-
 bool complain(const std::string& what, const char* why) {
     std::cerr << "ovrm-send: " << what << ": " << why << "\n";
     return false;
@@ -65,7 +61,7 @@ bool read_password(const Options& options, std::string& password) {
     }
     std::ifstream file(*options.password_file, std::ios::binary);
     if (!file) return complain(*options.password_file, std::strerror(errno));
-    password.reserve(kMaxPassword * 4);
+    password.reserve(MAIL_ACCOUNT_MAX * 4);
     std::getline(file, password);
     if (!password.empty() && password.back() == '\r') password.pop_back();
     return true;
@@ -104,7 +100,8 @@ bool Request::read_texts() {
     }
     if (!converted) return false;
     subject_ = *converted;
-    return fits("subject", subject_, kMaxSubject) && (!body_ || fits("body", *body_, kMaxBody));
+    return fits("subject", subject_, MAIL_SUBJECT_MAX) &&
+           (!body_ || fits("body", *body_, MAIL_BODY_MAX));
 }
 
 bool Request::list_parts() {
@@ -133,7 +130,7 @@ bool Request::list_parts() {
 bool Request::read_account() {
     std::string password;
     bool usable = read_password(options_, password);
-    if (usable && password.size() > kMaxPassword) {
+    if (usable && password.size() > MAIL_ACCOUNT_MAX) {
         usable = complain("password", "longer than 64 bytes");
     }
     if (usable && options_.pop) {

@@ -27,7 +27,7 @@ struct SampleMail {
     std::vector<MailEntry> attachments;  // the part list from entry 1 on
     std::uint32_t partial = 0;
     MailSplitOption split{10, 0};
-    MailTimeout time_out{300, 300, 300, 120, 180, 600};
+    MailTimeout time_out = MAIL_TIMEOUT_DEFAULTS;
     MailAuthAccount account{MAIL_MECH_PLAIN, "user", "secret"};
     MailPopAccount pop{0, 0, "user", "secret", "a.invalid", 60};
     MailEntry auth{0, 0, nullptr};  // kind 0: no option
