@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/text.hpp"
 #include "mime.h"
 #include "mime/sjis.hpp"
 
@@ -54,6 +55,22 @@ bool convert_eight_pairs(const char* src, char* dst) noexcept {
     return true;
 }
 
+// A lead byte in front of CR LF has lost its second byte: the CR is none.
+bool is_lone_lead(std::string_view text) noexcept {
+    return common::skip(text, 1).starts_with("\r\n");
+}
+
+// Single bytes; those of the first run begin the line.
+char* append_single(char* dst, std::string_view single, bool first) noexcept {
+    for (std::size_t dot = next_dot_to_double(single, first ? 0 : 1); dot != single.npos;
+         dot = next_dot_to_double(single, 1)) {
+        dst = append(dst, single.substr(0, dot));
+        *dst++ = '.';
+        single.remove_prefix(dot);
+    }
+    return append(dst, single);
+}
+
 // Converts pairs as long as lead bytes with a second byte follow each other.
 char* convert_pairs(std::string_view& src, char* dst) noexcept {
     const char* at = src.data();
@@ -61,6 +78,7 @@ char* convert_pairs(std::string_view& src, char* dst) noexcept {
     if constexpr (std::endian::native == std::endian::little)
         for (; end - at >= 16 && convert_eight_pairs(at, dst); at += 16) dst += 16;
     for (; end - at >= 2 && is_sjis_lead(*at); at += 2, dst += 2) {
+        if (is_lone_lead({at, end})) break;
         const unsigned code =
             jis_code(static_cast<unsigned char>(at[0]), static_cast<unsigned char>(at[1]));
         dst[0] = static_cast<char>(code >> 8);
@@ -81,12 +99,16 @@ unsigned jis_code(unsigned char lead, unsigned char trail) noexcept {
 }
 
 char* to_iso2022(std::string_view src, char* dst) noexcept {
-    if (src.starts_with('.')) *dst++ = '.';
-    while (!src.empty()) {
+    for (bool first = true; !src.empty(); first = false) {
         const std::string_view single = src.substr(0, find_sjis_lead(src));
-        dst = append(dst, single);
+        dst = append_single(dst, single, first);
         src.remove_prefix(single.size());
         if (src.size() < 2) break;  // the end, or a lead byte alone before it
+        if (is_lone_lead(src)) {
+            *dst++ = src.front();
+            src.remove_prefix(1);
+            continue;
+        }
         dst = append(dst, kEnterTwoByte);
         dst = convert_pairs(src, dst);
         dst = append(dst, kLeaveTwoByte);

@@ -14,10 +14,21 @@ inline constexpr std::string_view kLeaveTwoByte = "\x1b(J";  // to JIS X 0201 Ro
 // one of the pairs.
 constexpr std::size_t iso2022_room(std::size_t length) noexcept { return 3 * length + 2; }
 
+// The first dot from `from` on that a server could take for the first byte of a line, or npos: one
+// at the start of the line, and, since some servers take a lone CR or LF for a line end, one behind
+// those. Such a dot is doubled (RFC 5321 section 4.5.2).
+constexpr std::size_t next_dot_to_double(std::string_view line, std::size_t from) noexcept {
+    std::size_t dot = line.find('.', from);
+    while (dot != line.npos && dot != 0 && line[dot - 1] != '\r' && line[dot - 1] != '\n')
+        dot = line.find('.', dot + 1);
+    return dot;
+}
+
 // JIS X 0208 code of a pair whose first byte is a lead byte.
 unsigned jis_code(unsigned char lead, unsigned char trail) noexcept;
 
-// Converts a text that holds no NUL. Returns the end of what was written, no NUL there.
+// Converts a text that holds no NUL; dots that may start a line are doubled. Returns the end of
+// what was written, no NUL there.
 char* to_iso2022(std::string_view src, char* dst) noexcept;
 
 }  // namespace ovrmail::mime

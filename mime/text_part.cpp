@@ -7,6 +7,7 @@
 
 #include <cstring>
 
+#include "common/text.hpp"
 #include "mime/iso2022.hpp"
 #include "mime/sjis.hpp"
 
@@ -15,7 +16,8 @@ namespace {
 
 constexpr std::size_t kScanChunk = 1028;
 constexpr std::size_t kLineLimit = 1024;
-constexpr std::size_t kLongestLine = kLineLimit + 1;  // with the trail byte of its last character
+constexpr std::size_t kLongestLine =
+    kLineLimit + 2;  // with the CR LF of a line that meets the limit
 constexpr std::string_view kLineEnd = "\r\n";
 
 // Whether the last byte starts a two-byte character, judged from the start of the line: the byte
@@ -32,19 +34,27 @@ struct Line {
 };
 
 // Takes the next line off the text: up to and with CR LF (a lone LF ends nothing), up to the
-// limit, or what is left.
+// limit, or what is left. Neither a CR LF nor a two-byte character is ever cut: a bare LF in front
+// of a dot could end the mail for the server, and the rest of the text would be its next commands.
 Line next_line(std::string_view text) noexcept {
-    const std::size_t end = text.substr(0, kLineLimit).find(kLineEnd);
+    const std::size_t end = text.substr(0, kLineLimit + 1).find(kLineEnd);
     if (end != text.npos) return {text.substr(0, end + kLineEnd.size()), false};
     if (text.size() < kLineLimit) return {text, false};
     const std::string_view line = text.substr(0, kLineLimit);
     if (!ends_in_lead(line)) return {line, true};
-    return {text.substr(0, kLongestLine), text.size() >= kLongestLine};
+    const bool ends_here = common::skip(text, kLineLimit).starts_with(kLineEnd);
+    if (ends_here) return {text.substr(0, kLineLimit + kLineEnd.size()), false};
+    return {text.substr(0, kLineLimit + 1), text.size() > kLineLimit};
 }
 
 bool put_plain(const Line& line, common::BlockWriter& out) noexcept {
-    if (line.bytes.starts_with('.') && !out.put(".")) return false;
-    return out.put(line.bytes) && (!line.broken || out.put(kLineEnd));
+    std::string_view rest = line.bytes;
+    for (std::size_t dot = next_dot_to_double(rest, 0); dot != rest.npos;
+         dot = next_dot_to_double(rest, 1)) {
+        if (!out.put(rest.substr(0, dot)) || !out.put(".")) return false;
+        rest.remove_prefix(dot);
+    }
+    return out.put(rest) && (!line.broken || out.put(kLineEnd));
 }
 
 // Kept: a converted line is a text. A zero byte, in it or from an invalid pair, ends it there,

@@ -1,7 +1,9 @@
 // Whole sends: every byte on the wire, what the log and the trace keep, and what a call leaves.
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cstring>
+#include <random>
 
 #include "mail_log.h"
 #include "mailapi/result_map.hpp"
@@ -10,6 +12,7 @@
 #include "smtp.h"
 #include "support/fault.hpp"
 #include "support/roads.hpp"
+#include "support/wire_rules.hpp"
 
 namespace {
 
@@ -57,6 +60,45 @@ TEST(Send, PlainMailByteForByte) {
                   "Content-Disposition: attachment;\r\n\tfilename=\"temporary.bin\"\r\n\r\n" +
                   t100 + "\r\n" + t100.substr(0, 64) + "dA==\r\n--B--\r\n");
     EXPECT_EQ(log_lines().front(), "-: a  b");
+}
+
+// Pieces of text as an attacker would join them: around the 1,024 bytes at which a line is broken,
+// with everything that some server takes for the end of a line, or the library for a character.
+std::string hostile_text(std::mt19937& dice, std::size_t most) {
+    const auto roll = [&](std::size_t sides) { return dice() % sides; };
+    std::string text;
+    while (roll(9) != 0 || text.empty()) {
+        if (roll(4) == 0) text.append((roll(3) == 0 ? 2040 : 1017) + roll(15), 'x');
+        for (std::size_t i = roll(6); i != 0; --i) {
+            constexpr std::string_view kBytes = "\r\r\n\n...\x1b\x82\x82\xA0\xE0\xA4\xB1x\\";
+            text += kBytes[roll(kBytes.size())];
+        }
+        if (roll(3) == 0) text += "\r\n.\r\nMAIL FROM:<forged@example.test>\r\n";
+    }
+    return text.substr(0, most);
+}
+
+TEST(Send, NoTextEndsTheMailOrStartsAnother) {
+    const EucLocale euc;
+    std::mt19937 dice(1);
+    for (const Road road : {kPlain, kPartial, kEuc}) {
+        std::setlocale(LC_ALL, road == kEuc && euc.is_set() ? "ja_JP.eucJP" : "C");
+        for (int n = 0; n < 60; ++n) {
+            Journey journey(road);
+            journey.mail.body = hostile_text(dice, MAIL_BODY_MAX);
+            journey.mail.subject = hostile_text(dice, MAIL_SUBJECT_MAX);
+            ASSERT_GE(journey.run().result, MAIL_SENT);
+            std::size_t pieces = 0;
+            for (const auto& command : journey.smtp.commands()) pieces += command == "DATA\r\n";
+            ASSERT_EQ(pieces, journey.smtp.bodies().size()) << name_of(road) << n;
+            for (const auto& body : journey.smtp.bodies()) {
+                ASSERT_FALSE(has_bare_lf(body)) << name_of(road) << n;
+                ASSERT_FALSE(has_lone_dot(body)) << name_of(road) << n;
+            }
+            for (const auto& command : journey.smtp.commands())
+                ASSERT_EQ(command.find("forged"), command.npos) << name_of(road) << n;
+        }
+    }
 }
 
 TEST(Send, OptionsFileChoosesTheDisposition) {

@@ -138,6 +138,8 @@ class Postfix(Server):
             "alias_maps": "",
             "smtpd_peername_lookup": "no",
             "smtpd_error_sleep_time": "0",
+            "smtpd_forbid_bare_newline": "yes",
+            "smtpd_forbid_bare_newline_exclusions": "",
             "message_size_limit": "0",
             "virtual_mailbox_limit": "0",
             "virtual_mailbox_domains": DOMAIN,

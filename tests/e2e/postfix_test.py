@@ -35,6 +35,18 @@ class WholeMail(unittest.TestCase):
                 for user in USERS:
                     mail.check(self, postfix.take(user)[0])
 
+    def test_no_text_starts_another_mail(self):
+        """Byte 1,024 of a line is the CR of its CR LF, a lead byte, or in front of both."""
+        forged = f"MAIL FROM:<x@{e2e.DOMAIN}>\nRCPT TO:<u03@{e2e.DOMAIN}>\nDATA\nforged\n.\n"
+        for start in (b"x" * 1023, b"x" * 1022 + b"\x82", b"x" * 1023 + b"\x82",
+                      b"x" * 1021 + b"\x82\xa0"):
+            text = start + b"\n.\n" + forged.encode() + b"the end"
+            self.assertEqual(e2e.send(postfix.port, f"u02@{e2e.DOMAIN}", ["text", text]), (0, ""))
+            [mail] = postfix.take("u02")
+            self.assertIn(b"\n.\nMAIL FROM:", mail)
+            self.assertIn(b"the end\n", mail)
+        self.assertFalse((postfix.boxes / "u03").exists())
+
 
 class Pieces(unittest.TestCase):
     """A mail cut into message/partial pieces, put together again by two other programs."""

@@ -10,6 +10,7 @@
 
 #include "fuzz.hpp"
 #include "mime.h"
+#include "tests/support/wire_rules.hpp"
 
 namespace {
 
@@ -112,6 +113,8 @@ void body(std::string_view text) {
     const std::string message = out.bytes();
     const std::size_t end = message.find("\r\n\r\n");
     demand(end != message.npos && message.ends_with("\r\n"), "a header, and a line end behind all");
+    demand(!support::has_lone_dot(message), "no line is a dot alone");
+    demand(support::has_bare_lf(text) || !support::has_bare_lf(message), "no LF without its CR");
     std::string part = message.substr(end + 4);
     part.resize(part.size() - 2);
     std::string wanted;
