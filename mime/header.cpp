@@ -5,9 +5,12 @@
 //
 // The composition file is written in whole blocks; a failing write may show some lines after the
 // one that did not fit, with the same result.
+#include "mime/header.hpp"
+
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 #include "common/block_io.hpp"
 #include "log/trace_scope.hpp"
@@ -24,14 +27,21 @@ namespace {
 using common::BlockWriter;
 using log::TraceScope;
 
+// The body file: open, or none, or one that could not be opened, which counts when it is its turn.
+struct Body {
+    bool wanted = false;
+    int fd = -1;
+    int open_error = 0;
+};
+
 struct Head {
     std::string_view from;
     std::string_view to;
     std::string_view subject;
     bool with_addresses;
     bool as_mime;
-    char* boundary;         // null: a single-part message
-    const char* body_path;  // null: no text part
+    char* boundary;  // null: a single-part message
+    Body body;
 };
 
 // "Date: Thu, 01 Jan 1970 00:00:00 -0000", "From: a@b.example", "To: c@d.example,", ...
@@ -44,12 +54,25 @@ bool put_names(TextSink out, const Head& head) noexcept {
            put_message_id(out);
 }
 
+// The boundary must not occur in a part (RFC 2046 section 5.1.1). A text that held it, and anybody
+// can guess the time, would end its part and begin others: the seconds are counted up until it
+// does not. Returns kOk, or what failed, with errno.
+Result choose_boundary(char* boundary, const Body& body, InputWindow& text) noexcept {
+    for (std::time_t seconds = std::time(nullptr);; ++seconds) {
+        const auto length = static_cast<std::size_t>(
+            make_boundary(std::span<char, kBoundarySize>(boundary, kBoundarySize), seconds));
+        if (body.fd < 0) return kOk;
+        bool found = false;
+        if (!text.rewind()) return kWriteFailed;
+        if (!find_text(text, {boundary, length}, found)) return kReadFailed;
+        if (!found) return kOk;
+    }
+}
+
 // 'Content-Type: multipart/mixed; boundary="..."', an empty line, the first delimiter.
-bool put_multipart_frame(TextSink out, char* boundary) noexcept {
-    SMTP_makeBoundary(boundary);
-    const std::string_view text = boundary;
-    return out.put("Content-Type: multipart/mixed; boundary=\"") && out.put(text) &&
-           out.put("\"\r\n") && put_line(out, "\r\n--", text);
+bool put_multipart_frame(TextSink out, std::string_view boundary) noexcept {
+    return out.put("Content-Type: multipart/mixed; boundary=\"") && out.put(boundary) &&
+           out.put("\"\r\n") && put_line(out, "\r\n--", boundary);
 }
 
 std::int32_t finish(TraceScope& trace, BlockWriter& out, std::uint32_t* err) noexcept {
@@ -57,12 +80,10 @@ std::int32_t finish(TraceScope& trace, BlockWriter& out, std::uint32_t* err) noe
     return trace.leave(kOk);
 }
 
-std::int32_t put_text_part(TraceScope& trace, BlockWriter& out, const char* path,
+std::int32_t put_text_part(TraceScope& trace, BlockWriter& out, InputWindow& body,
                            std::uint32_t* err) noexcept {
-    const common::UniqueFd file = open_to_read(path);
-    if (!file.valid()) return fail(trace, "smtp0645", kOpenFailed, errno, err);
-    InputWindow body(file.get());
     bool japanese = false;
+    if (!body.rewind()) return fail(trace, "smtp0648", kWriteFailed, errno, err);
     if (!scan_charset(body, japanese)) return fail(trace, "smtp0650", kReadFailed, errno, err);
     if (japanese) trace.note("smtp0652");
     const std::string_view type = japanese ? "Content-Type: text/plain; charset=\"ISO-2022-JP\"\r\n"
@@ -94,13 +115,36 @@ std::int32_t build(int fd, const Head& head, std::uint32_t* err) noexcept {
     if (!head.as_mime) return finish(trace, out, err);
     if (!out.put("MIME-Version: 1.0\r\n"))
         return fail(trace, "smtp0630", kWriteFailed, out.error(), err);
-    if (head.boundary != nullptr && !put_multipart_frame(sink, head.boundary))
-        return fail(trace, "smtp0640", kWriteFailed, out.error(), err);
-    if (head.body_path == nullptr) return finish(trace, out, err);
-    return put_text_part(trace, out, head.body_path, err);
+    InputWindow body(head.body.fd);
+    if (head.boundary != nullptr) {
+        const Result chosen = choose_boundary(head.boundary, head.body, body);
+        if (chosen != kOk) return fail(trace, "smtp0635", chosen, errno, err);
+        if (!put_multipart_frame(sink, head.boundary))
+            return fail(trace, "smtp0640", kWriteFailed, out.error(), err);
+    }
+    if (!head.body.wanted) return finish(trace, out, err);
+    if (head.body.fd < 0) return fail(trace, "smtp0645", kOpenFailed, head.body.open_error, err);
+    return put_text_part(trace, out, body, err);
+}
+
+std::int32_t make_top(int fd, const TopData& top, const Body& body, std::uint32_t* err) noexcept {
+    TraceScope trace("makeTop_0000", "makeTop_FFFF");
+    const Head head{.from = text_or_empty(top.from),
+                    .to = text_or_empty(top.to),
+                    .subject = text_or_empty(top.subject),
+                    .with_addresses = !top.skip_address,
+                    .as_mime = true,
+                    .boundary = top.boundary,
+                    .body = body};
+    return trace.leave(build(fd, head, err));
 }
 
 }  // namespace
+
+std::int32_t make_top_data(int fd, const TopData& top, int body_fd, std::uint32_t* err) noexcept {
+    return make_top(fd, top, {.wanted = true, .fd = body_fd}, err);
+}
+
 }  // namespace ovrmail::mime
 
 std::int32_t SMTP_makeTopData(std::int32_t fd, const char* body_path, const char* from,
@@ -108,17 +152,18 @@ std::int32_t SMTP_makeTopData(std::int32_t fd, const char* body_path, const char
                               std::uint32_t multipart, std::uint32_t skip_address,
                               std::uint32_t* err) noexcept {
     using namespace ovrmail::mime;
-    ovrmail::log::TraceScope trace("makeTop_0000", "makeTop_FFFF");
     std::array<char, kBoundarySize> unwanted;
     if (boundary == nullptr) boundary = unwanted.data();
-    const Head head{.from = text_or_empty(from),
-                    .to = text_or_empty(to),
-                    .subject = text_or_empty(subject),
-                    .with_addresses = skip_address == 0,
-                    .as_mime = true,
-                    .boundary = multipart == 1 ? boundary : nullptr,
-                    .body_path = body_path};
-    return trace.leave(build(fd, head, err));
+    const bool wanted = body_path != nullptr;
+    const ovrmail::common::UniqueFd body =
+        wanted ? open_to_read(body_path) : ovrmail::common::UniqueFd();
+    return make_top(fd,
+                    {.from = from,
+                     .to = to,
+                     .subject = subject,
+                     .boundary = multipart == 1 ? boundary : nullptr,
+                     .skip_address = skip_address != 0},
+                    {.wanted = wanted, .fd = body.get(), .open_error = errno}, err);
 }
 
 std::int32_t SMTP_makeMIME(std::int32_t fd, const char* from, const char* to, const char* subject,
@@ -131,6 +176,6 @@ std::int32_t SMTP_makeMIME(std::int32_t fd, const char* from, const char* to, co
                     .with_addresses = true,
                     .as_mime = false,
                     .boundary = nullptr,
-                    .body_path = nullptr};
+                    .body = {}};
     return trace.leave(build(fd, head, err));
 }

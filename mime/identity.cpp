@@ -97,6 +97,11 @@ bool find_host_name(std::span<char, kHostSize> name) noexcept {
     return std::strchr(name.data(), '.') == nullptr && append_domain(name);
 }
 
+int make_boundary(std::span<char, kBoundarySize> boundary, std::time_t seconds) noexcept {
+    return common::format_into(boundary, "---------------OvWexl%.10lld",
+                               static_cast<long long>(seconds));
+}
+
 bool put_date(TextSink out) noexcept {
     std::array<char, kDateSize> date;
     SMTP_makeDate(date.data());
@@ -130,8 +135,7 @@ std::int32_t SMTP_makeDate(char* dst) noexcept {
 std::int32_t SMTP_makeBoundary(char* dst) noexcept {
     using namespace ovrmail::mime;
     if (dst == nullptr) return 0;
-    return ovrmail::common::format_into({dst, kBoundarySize}, "---------------OvWexl%.10lld",
-                                        static_cast<long long>(std::time(nullptr)));
+    return make_boundary(std::span<char, kBoundarySize>(dst, kBoundarySize), std::time(nullptr));
 }
 
 void SMTP_MakeMsgId(char* dst) noexcept {

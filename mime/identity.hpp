@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <ctime>
 #include <span>
 
 namespace ovrmail::mime {
@@ -12,6 +13,9 @@ inline constexpr std::size_t kBoundarySize = 40;  // 31 characters for all prese
 inline constexpr std::size_t kFieldSize = 256;    // one word of the resolver's configuration
 inline constexpr std::size_t kHostSize = 65 + 1 + kFieldSize;  // node name, dot, domain
 inline constexpr std::size_t kMessageIdSize = 64 + kHostSize;  // the line with CR LF and NUL
+
+// Boundary "---------------OvWexl1795248204" of a number of seconds. Returns its length.
+int make_boundary(std::span<char, kBoundarySize> boundary, std::time_t seconds) noexcept;
 
 // The node name, with the resolver's domain where it has no dot of its own. True when the domain
 // was found.

@@ -90,6 +90,17 @@ bool scan_charset(InputWindow& body, bool& japanese) noexcept {
     }
 }
 
+bool find_text(InputWindow& body, std::string_view text, bool& found) noexcept {
+    found = false;
+    for (;;) {
+        if (!body.fill(text.size())) return false;
+        const std::string_view view = body.view();
+        found = view.find(text) != view.npos;
+        if (found || view.size() < text.size()) return true;
+        body.consume(view.size() - (text.size() - 1));
+    }
+}
+
 TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept {
     for (;;) {
         if (!body.fill(kLongestLine)) return TextStep::kReadFailed;

@@ -11,6 +11,10 @@ enum class TextStep { kDone, kReadFailed, kWriteFailed };
 // Looks through the body for a Shift_JIS lead byte. False when reading failed.
 bool scan_charset(InputWindow& body, bool& japanese) noexcept;
 
+// Looks for `text`, of up to half a block, through the body from where it stands. False when
+// reading failed.
+bool find_text(InputWindow& body, std::string_view text, bool& found) noexcept;
+
 // Copies the body, from where it stands, line by line: dots doubled, overlong lines broken,
 // Japanese converted.
 TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept;

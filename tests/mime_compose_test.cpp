@@ -89,6 +89,29 @@ TEST_F(Compose, TextPart) {
               "ISO-2022-JP\"\r\n\r\n" + times(20'000, ".." + jis_a + "0123456789\r\n") + "\r\n");
 }
 
+TEST_F(Compose, BoundaryDoesNotOccurInTheText) {
+    const string mark = "---------------OvWexl12345678";
+    const struct {
+        string body;
+        const char* wanted;  // the last two digits
+    } cases[] = {
+        {"text\r\n", "90"},
+        {"--" + mark + "92\r\n--" + mark + "90--\r\n--" + mark + "91\r\n", "93"},
+        {string(128 * 1024 - 20, 'x') + mark + "90" + string(200'000, 'y'), "91"},
+        {times(40'000, "0123456789") + mark + "9", "90"},
+    };
+    for (const auto& c : cases) {
+        std::array<char, 40> boundary{};
+        restart();
+        ASSERT_EQ(SMTP_makeTopData(fd_, save("body", c.body).c_str(), "", "", "", boundary.data(),
+                                   1, 1, &err_),
+                  0);
+        EXPECT_EQ(boundary.data(), mark + c.wanted);
+        const string all = composed();
+        EXPECT_EQ(all.find("\r\n--" + mark + c.wanted + "\r\n"), all.find("\r\n\r\n") + 2);
+    }
+}
+
 TEST_F(Compose, AttachmentNamesAndLines) {
     ASSERT_EQ(::chdir(dir_.path().c_str()), 0);
     for (const string path : {"x.dat", "C:x.dat", "./x.dat", ":yx.dat", "a\r\n.\nb"}) {
