@@ -16,8 +16,8 @@
 
 #include "common/block_io.hpp"
 #include "common/error_word.hpp"
+#include "common/open_file.hpp"
 #include "common/profile.hpp"
-#include "common/retry.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
 
@@ -49,21 +49,18 @@ bool load_open(int fd, std::size_t expected, MailProfile& profile, std::size_t& 
 // The whole file into profile.text; what cannot be opened or read is empty. False when memory runs
 // out.
 bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
-    // Without waiting: a FIFO in place of the file must not hold up the agent.
-    const UniqueFd fd(
-        retry_eintr(kNoLimit, [path] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+    const UniqueFd fd = open_at_once(path, O_RDONLY);
     struct stat64 status {};
     if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) {
         if (errno != ENOENT && errno != ENOTDIR) profile.read_error = errno;
         return true;
     }
-    // Some devices never end.
-    if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) return true;
-    // Files of /proc call themselves regular and empty.
-    const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
-    // More than an address space holds is no memory, not a part of the file.
-    const auto length = sized ? static_cast<std::uint64_t>(status.st_size) : 0;
-    const auto expected = std::min<std::uint64_t>(length, SIZE_MAX);
+    // Anything else, which may never end, is no profile.
+    if (!S_ISREG(status.st_mode)) return true;
+    // Files of /proc call themselves empty. More than an address space holds is no memory, not a
+    // part of the file.
+    const auto expected =
+        std::min<std::uint64_t>(static_cast<std::uint64_t>(status.st_size), SIZE_MAX);
     return load_open(fd.get(), static_cast<std::size_t>(expected), profile, size);
 }
 

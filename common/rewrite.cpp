@@ -12,6 +12,7 @@
 #include <cerrno>
 
 #include "common/heap.hpp"
+#include "common/open_file.hpp"
 #include "common/retry.hpp"
 #include "common/unique_fd.hpp"
 #include "file_util.h"
@@ -92,12 +93,11 @@ int rewrite_regular(int fd, off64_t old_size, std::string_view content) noexcept
 }  // namespace
 
 int rewrite_file(const char* path, std::string_view content) noexcept {
-    UniqueFd fd(retry_eintr(
-        kNoLimit, [&] { return ::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_LARGEFILE, 0644); }));
+    UniqueFd fd = open_at_once(path, O_RDWR | O_CREAT, 0644);
     struct stat64 status {};
     if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) return errno;
-    const int failure = S_ISREG(status.st_mode) ? rewrite_regular(fd.get(), status.st_size, content)
-                                                : write_at_once(fd.get(), content);
+    if (!S_ISREG(status.st_mode)) return EINVAL;
+    const int failure = rewrite_regular(fd.get(), status.st_size, content);
     if (FileClose(fd.release()) != 0 && failure == 0) return errno;
     return failure;
 }

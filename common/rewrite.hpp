@@ -8,6 +8,7 @@ namespace ovrmail::common {
 // Makes `content` all that the file at `path` holds; a missing file is created (0644 less the
 // umask). The file keeps its owner, mode and links: it is written in place. Returns 0, or errno
 // with the old content back in place, as far as the disk still takes it:
+//   - anything but a regular file is refused (EINVAL);
 //   - memory and disk space are claimed before the first byte is changed;
 //   - a write that fails or falls short (ENOSPC) is undone from memory.
 // A file that was created and could not be written is left empty. Not covered: a crash between

@@ -2,6 +2,8 @@
 // a split mail the number of its pieces and their common identifier.
 //
 // Runs before the connection is made, so that the number is known for the header of every piece.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -9,6 +11,7 @@
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "mime.h"
+#include "mime/header.hpp"
 #include "mime/result.hpp"
 
 namespace ovrmail::mailapi {
@@ -24,6 +27,11 @@ std::int32_t append_attachments(SendJob& job) noexcept {
         if (rc < 0) return composition_failed(job, "EMAILAPI0094", rc);
     }
     return 0;
+}
+
+std::int32_t write_failed(SendJob& job, const char* point) noexcept {
+    job.file_err = static_cast<std::uint32_t>(GetErrorCode());
+    return composition_failed(job, point, mime::kWriteFailed);
 }
 
 }  // namespace
@@ -43,12 +51,23 @@ std::int32_t open_composed(SendJob& job) noexcept {
 
 std::int32_t compose_message(SendJob& job) noexcept {
     job.boundary.fill('\0');
-    const std::int32_t rc = SMTP_makeTopData(
-        job.composed.fd(), job.body_file.path(), job.args.sender, job.recipient, job.subject.data(),
-        job.boundary.data(), job.has_attachment ? 1 : 0, job.partial ? 1 : 0, &job.file_err);
+    const mime::TopData top{.from = job.args.sender,
+                            .to = job.recipient,
+                            .subject = job.subject.data(),
+                            .boundary = job.has_attachment ? job.boundary.data() : nullptr,
+                            .skip_address = job.partial};
+    const std::int32_t rc =
+        mime::make_top_data(job.composed.fd(), top, job.body_file.fd(), &job.file_err);
     if (rc < 0) return composition_failed(job, "EMAILAPI0090", rc);
+    if (!job.body_file.close()) return write_failed(job, "EMAILAPI0092");
     job.body_file.discard();
     return append_attachments(job);
+}
+
+std::int32_t finish_composed(SendJob& job) noexcept {
+    job.composed_size = ::lseek64(job.composed.fd(), 0, SEEK_CUR);
+    const bool whole = job.composed_size >= 0 && job.composed.settle();
+    return whole ? 0 : write_failed(job, "EMAILAPI0095");
 }
 
 std::int32_t count_pieces(SendJob& job) noexcept {

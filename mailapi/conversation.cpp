@@ -2,6 +2,9 @@
 // in pieces and for a prepared one.
 //
 // Last step of a send. Owns the rules that say which failure leaves what in the detail buffer.
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -10,6 +13,7 @@
 #include "mailapi/steps.hpp"
 #include "mime.h"
 #include "mime/result.hpp"
+#include "mime/stream.hpp"
 #include "smtp.h"
 #include "smtp/result.hpp"
 
@@ -98,11 +102,19 @@ std::int32_t send_whole(SendJob& job) noexcept {
     if (rc < 0) return fail_mail(job, rc);
     rc = SMTP_startData(sock, &job.err);
     if (rc < 0) return fail_call(job, kStartData, rc);
-    rc = SMTP_sendData(sock, job.composed.fd(), &job.err);
+    rc = mime::stream_file(sock, job.composed.fd(), job.composed_size, &job.err);
     if (rc < 0) return fail_call(job, kSendData, rc);
     rc = SMTP_endData(sock, &job.err);
     if (rc < 0) return fail_call(job, kEndData, rc);
     return 0;
+}
+
+// 0, or EIO when somebody has shortened the composed file since it was finished: what is read of it
+// then is not the mail. The error of fstat() when that cannot be found out.
+std::uint32_t find_loss(const SendJob& job) noexcept {
+    struct stat64 status {};
+    if (::fstat64(job.composed.fd(), &status) != 0) return static_cast<std::uint32_t>(errno);
+    return status.st_size < job.composed_size ? EIO : 0;
 }
 
 std::int32_t send_piece(SendJob& job) noexcept {
@@ -116,6 +128,8 @@ std::int32_t send_piece(SendJob& job) noexcept {
     const std::int32_t length = SMTP_getSendData(
         job.composed.fd(), job.piece.get(), job.split.lSplitSize, job.boundary.data(), &job.err);
     if (length < 0) return fail_call(job, kGetPiece, length);
+    job.err = length == 0 ? EIO : find_loss(job);
+    if (job.err != 0) return fail_call(job, kGetPiece, mime::kReadFailed);
     rc = SMTP_sendData_Partial(sock, job.piece.get(), length, job.args.sender, job.recipient,
                                job.subject.data(), job.piece_number, job.piece_count,
                                job.message_id.data(), &job.err);

@@ -32,7 +32,7 @@ std::int32_t compose_prepared(SendJob& job) noexcept {
     if (rc < 0) return composition_failed(job, "EMLSMIME0030", rc);
     rc = SMTP_makeAppend_TargetFile(job.composed.fd(), path_at(job, kContentIndex), &job.file_err);
     if (rc < 0) return composition_failed(job, "EMLSMIME0040", rc);
-    return 0;
+    return finish_composed(job);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 namespace ovrmail::mailapi {
 namespace {
 
-constexpr Step kOrdinarySteps[] = {stage_body,      decide_split, open_composed,
-                                   compose_message, count_pieces, converse};
+constexpr Step kOrdinarySteps[] = {stage_body,      decide_split, open_composed, compose_message,
+                                   finish_composed, count_pieces, converse};
 
 std::int32_t authenticate(SendJob& job) noexcept {
     if (job.args.auth == nullptr) return 0;

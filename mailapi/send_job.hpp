@@ -58,6 +58,7 @@ struct SendJob {
     const pid_t pid = ::getpid();
     WorkFile body_file;
     WorkFile composed;
+    off64_t composed_size = 0;
     std::array<char, 40> boundary{};
     bool has_attachment = false;
     std::uint32_t file_err = 0;

@@ -44,7 +44,6 @@ std::int32_t write_body_file(SendJob& job) noexcept {
     if (!write_crlf_lines(job.body_file.fd(), text, &job.file_err)) {
         return trace.fail("MEMDATA0030", MAIL_E_WORK_FILE, job.file_err);
     }
-    job.body_file.close();
     return trace.leave(0);
 }
 

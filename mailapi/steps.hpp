@@ -30,6 +30,7 @@ std::int32_t decide_split(SendJob& job) noexcept;
 // compose.cpp
 std::int32_t open_composed(SendJob& job) noexcept;
 std::int32_t compose_message(SendJob& job) noexcept;
+std::int32_t finish_composed(SendJob& job) noexcept;  // nothing is written to it from here on
 std::int32_t count_pieces(SendJob& job) noexcept;
 
 // prepared_message.cpp

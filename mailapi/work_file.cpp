@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <pthread.h>
 
+#include <cerrno>
+
 #include "common/retry.hpp"
 #include "common/text.hpp"
 #include "file_util.h"
@@ -14,6 +16,7 @@ namespace ovrmail::mailapi {
 namespace {
 
 constexpr mode_t kFileMode = 0644;
+constexpr int kRounds = 16;  // others may use the name too: a container with the same process id
 
 }  // namespace
 
@@ -29,17 +32,25 @@ bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
     return true;
 }
 
+// Exclusively, which follows no link either: opening what lies there would put the end of another
+// mail into this one, or this mail into somebody else's file.
 bool WorkFile::open() noexcept {
     constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_LARGEFILE;
-    fd_.reset(common::retry_eintr(common::kNoLimit,
-                                  [&] { return ::open(path_.data(), kNew, kFileMode); }));
-    if (!fd_.valid() && errno == EEXIST) {
+    for (int round = 1;; ++round) {
+        fd_.reset(common::retry_eintr(common::kNoLimit,
+                                      [&] { return ::open(path_.data(), kNew, kFileMode); }));
+        exists_ = fd_.valid();
+        if (exists_ || errno != EEXIST || round == kRounds) return exists_;
         FileDelete(path_.data());
-        fd_.reset(FileOpen(path_.data()));
     }
-    exists_ = fd_.valid();
-    return exists_;
 }
+
+bool WorkFile::settle() noexcept {
+    const int copy = ::fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0);
+    return copy < 0 || FileClose(copy) == 0;  // without a spare descriptor nothing can be asked
+}
+
+bool WorkFile::close() noexcept { return FileClose(fd_.release()) == 0; }
 
 void WorkFile::discard() noexcept {
     const common::ErrnoKeeper keep;

@@ -21,11 +21,14 @@ public:
 
     // Forms "<dir>/<prefix><pid>-<thread>". False when the name is longer than 1,024 characters.
     [[nodiscard]] bool name(const char* dir, const char* prefix, pid_t pid) noexcept;
-    // Creates the named file, in the place of one left over from an earlier run, and opens it to
-    // read and write. False with errno.
+    // Makes the named file and opens it to read and write. It is always a new one: whatever lies
+    // under the name, left over or laid there by somebody else, is deleted first. False with errno.
     [[nodiscard]] bool open() noexcept;
 
-    void close() noexcept { fd_.reset(); }
+    // What has been written is safe. False with errno: some file systems (NFS, FUSE, quotas) report
+    // a full disk only when a file is closed. settle() asks without closing.
+    [[nodiscard]] bool settle() noexcept;
+    [[nodiscard]] bool close() noexcept;
     // Closes and deletes; errno is kept.
     void discard() noexcept;
 

@@ -2,19 +2,23 @@
 #include "mime/files.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include "common/error_word.hpp"
-#include "common/retry.hpp"
+#include "common/open_file.hpp"
 
 namespace ovrmail::mime {
 
 common::UniqueFd open_to_read(const char* path) noexcept {
-    const char* const name = path != nullptr ? path : "";
-    // Without waiting: a FIFO in place of a file is empty, or fails to be read, but holds up
-    // nobody.
-    constexpr int kFlags = O_CLOEXEC | O_NONBLOCK | O_LARGEFILE;
-    return common::UniqueFd(
-        common::retry_eintr(common::kNoLimit, [name] { return ::open(name, O_RDONLY | kFlags); }));
+    common::UniqueFd fd = common::open_at_once(path != nullptr ? path : "", O_RDONLY);
+    struct stat64 status {};
+    if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) return {};
+    if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
+        return fd;  // reading fails, if any does
+    errno = EINVAL;
+    return {};
 }
 
 std::int32_t fail(log::TraceScope& trace, const char* point, Result result, int error,

@@ -9,7 +9,8 @@
 
 namespace ovrmail::mime {
 
-// Invalid when the file cannot be opened; errno tells why. A null path names no file.
+// Invalid when the file cannot be opened, or is a FIFO, a device or a socket, which would go out as
+// an empty file or never end (EINVAL); errno tells why. A null path names no file.
 common::UniqueFd open_to_read(const char* path) noexcept;
 
 // One failure: the system error goes to the caller and into the trace record that ends the frame.

@@ -2,6 +2,9 @@
 //
 // Called between DATA and the end mark. The file is in wire form already and passes unchanged
 // through the input block (RFC 5321 section 4.1.1.4).
+#include "mime/stream.hpp"
+
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,7 +22,9 @@ namespace {
 // The unit of the clock and of the trace, not of the system calls.
 constexpr std::size_t kSendBlock = 1028;
 
-std::int32_t send_file(int sock, int fd, std::uint32_t* err) noexcept {
+}  // namespace
+
+std::int32_t stream_file(int sock, int fd, off64_t size, std::uint32_t* err) noexcept {
     log::TraceScope trace("smtp0500", "smtp05FF");
     if (::lseek(fd, 0, SEEK_SET) != 0) return fail(trace, "smtp0501", kReadFailed, errno, err);
     SMTP_SetTimeOut(g_stMailTimeout.ulSendDataTimeOut);
@@ -30,13 +35,17 @@ std::int32_t send_file(int sock, int fd, std::uint32_t* err) noexcept {
         const auto bytes = block.first(static_cast<std::size_t>(got));
         const std::int32_t sent = smtp::send_blocks(sock, bytes, kSendBlock, err);
         if (sent < 0) return trace.fail("smtp0510", sent);
-        if (bytes.size() < block.size()) return trace.leave(kOk);
+        size -= got;
+        if (bytes.size() == block.size()) continue;
+        if (size > 0) return fail(trace, "smtp0506", kReadFailed, EIO, err);
+        return trace.leave(kOk);
     }
 }
 
-}  // namespace
 }  // namespace ovrmail::mime
 
 std::int32_t SMTP_sendData(std::int32_t sock, std::int32_t fd, std::uint32_t* err) noexcept {
-    return ovrmail::mime::send_file(sock, fd, err);
+    struct stat64 status {};
+    const bool known = ::fstat64(fd, &status) == 0;  // else reading fails as well
+    return ovrmail::mime::stream_file(sock, fd, known ? status.st_size : 0, err);
 }

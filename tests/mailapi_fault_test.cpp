@@ -104,7 +104,7 @@ struct Rule {
 };
 constexpr Rule kRules[] = {
     {MAIL_E_MEMORY, "calloc", "", false},
-    {MAIL_E_WORK_FILE, "open read write lseek lseek64", "n", false},
+    {MAIL_E_WORK_FILE, "open read write lseek lseek64 fstat64 close", "n", false},
     {MAIL_E_ATTACHMENT, "stat64", "", false},
     {MAIL_E_SYSTEM, "socket send recv poll", "n", true},
     {MAIL_E_CONNECT, "connect", "n", true},

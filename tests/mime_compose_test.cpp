@@ -154,9 +154,14 @@ TEST_F(Compose, TargetFileLines) {
     }
     EXPECT_EQ(SMTP_makeAppend_TargetFile(fd_, dir_.path().c_str(), &err_), -31) << "a directory";
     const string fifo = dir_.file("fifo");
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // is not waited for
-    EXPECT_EQ(SMTP_makeAppend_TargetFile(fd_, fifo.c_str(), &err_), 0);
     EXPECT_EQ(err_, static_cast<unsigned>(EISDIR));
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // neither waited for nor sent as an empty file
+    for (const char* path : {fifo.c_str(), "/dev/null"}) {
+        EXPECT_EQ(SMTP_makeAppend_TargetFile(fd_, path, &err_), -31);
+        EXPECT_EQ(err_, static_cast<unsigned>(EINVAL));
+        EXPECT_EQ(SMTP_makeAppendData(fd_, path, "B", 0, &(err_ = 0)), -31);
+        EXPECT_EQ(err_, static_cast<unsigned>(EINVAL));
+    }
 }
 
 TEST_F(Compose, FailingCallsHaveTheirResults) {

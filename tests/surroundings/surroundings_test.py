@@ -181,8 +181,8 @@ class Surroundings(unittest.TestCase):
     @unittest.skipIf(VALGRIND, "valgrind makes files of its own")
     def test_process_attributes(self):
         # Rings are readable by all; working files and log are less the mask, here: for nobody.
-        for mask, code, detail in ((0o022, 0, ""), (0o077, 0, ""), (0o777, WORK_FILE, "13")):
-            self.check(Row(f"umask {mask:o}", "chmod 755 $V/*", code, detail,
+        for mask in (0o022, 0o077, 0o777):
+            self.check(Row(f"umask {mask:o}", "chmod 755 $V/*",
                            before=lambda mask=mask: os.umask(mask)))
             modes = [stat.S_IMODE(files(name)[0].stat().st_mode) for name in ("tmp2", "log")]
             self.assertEqual(modes, [0o644, 0o644 & ~mask])
