@@ -1,8 +1,11 @@
 // Whole sends: every byte on the wire, what the log and the trace keep, and what a call leaves.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <clocale>
 #include <cstring>
+#include <filesystem>
+#include <functional>
 #include <random>
 
 #include "mail_log.h"
@@ -17,6 +20,7 @@
 namespace {
 
 using namespace support;
+namespace fs = std::filesystem;
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string out;
@@ -150,6 +154,57 @@ TEST(Send, PreparedMessageIsSentAsStored) {
     EXPECT_EQ(generated.run().result, MAIL_SENT_UNAUTHENTICATED);
     EXPECT_EQ(normal(generated.smtp.bodies()[0]),
               kHead + "Subject: Hello\r\nMessage-Id: M\r\n.dot\r\r\n\r\nend\r\n");
+}
+
+// Whatever lies under the names of the working files is neither followed nor written to.
+TEST(Send, WorkingFilesAreNewOnes) {
+    const std::string victim = std::string(kWorkDir) + "/../victim";
+    const struct {
+        const char* what;
+        std::function<void(const char*)> put;
+        bool stays;
+    } cases[] = {
+        {"left-over", [](auto* path) { write_file(path, std::string(90'000, 'o')); }, false},
+        {"link", [&](auto* path) { fs::create_symlink(victim, path); }, false},
+        {"second name", [&](auto* path) { fs::create_hard_link(victim, path); }, false},
+        {"FIFO", [](auto* path) { ::mkfifo(path, 0666); }, false},
+        {"directory", [](auto* path) { fs::create_directory(path); }, true},
+    };
+    for (const auto& row : cases) {
+        for (const char* const prefix : {"EMT", "EST"}) {
+            const std::string path = std::string(kWorkDir) + "/" + prefix +
+                                     std::to_string(::getpid()) + "-" +
+                                     std::to_string(static_cast<int>(::pthread_self()));
+            write_file(victim, "untouched");
+            row.put(path.c_str());
+            Journey journey(kPlain);
+            const Outcome outcome = journey.run();
+            EXPECT_EQ(outcome.result, row.stays ? MAIL_E_WORK_FILE : MAIL_SENT) << row.what;
+            EXPECT_EQ(outcome.detail, row.stays ? std::to_string(EEXIST) : "") << row.what;
+            EXPECT_EQ(outcome.trash.size(), row.stays ? 1 : 0) << row.what;
+            EXPECT_EQ(read_file(victim), "untouched") << row.what;
+            EXPECT_EQ(journey.message().find("ooo"), std::string::npos) << row.what;
+            fs::remove(path);
+            fs::remove(victim);
+        }
+    }
+}
+
+TEST(Send, ComposedFileCutShortGetsNoEndMark) {
+    for (const Road road : {kPlain, kPrepared, kPartial}) {
+        int data = 0;
+        const auto cut = [&] {  // of a split mail the second piece loses some
+            if (++data != (road == kPartial ? 2 : 1)) return;
+            for (const auto& file : fs::directory_iterator(kWorkDir))
+                fs::resize_file(file, fs::file_size(file) - 5);
+        };
+        Journey journey(road, {{"DATA", "354 go\r\n", Then::kGoOn, 0, cut}});
+        const Outcome outcome = journey.run();
+        EXPECT_EQ(outcome.result, MAIL_E_WORK_FILE) << name_of(road);
+        EXPECT_EQ(outcome.detail, std::to_string(EIO)) << name_of(road);
+        EXPECT_TRUE(outcome.is_clean()) << name_of(road);
+        EXPECT_EQ(journey.smtp.bodies().size(), road == kPartial ? 1 : 0) << name_of(road);
+    }
 }
 
 TEST(Send, PopComesFirst) {

@@ -121,6 +121,7 @@ void ScriptedServer::serve_any_order(Session& session) {
 // Answers; false when the connection has ended.
 bool ScriptedServer::answer(Session& session, const Row& row) {
     if (options_.reply_delay_ms != 0) ::poll(nullptr, 0, options_.reply_delay_ms);
+    if (row.before) row.before();
     send_all(session.fd, row.reply, row.part);
     switch (row.then) {
         case Then::kGoOn:

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -37,7 +38,8 @@ struct Row {
     std::string expect;  // beginning of the command; "": nothing is awaited
     std::string reply;   // bytes to send; "": none
     Then then = Then::kGoOn;
-    std::size_t part = 0;  // bytes sent at once; 0: all
+    std::size_t part = 0;               // bytes sent at once; 0: all
+    std::function<void()> before = {};  // what happens elsewhere before the reply
 };
 
 inline Row dribble(Row row) { return row.part = 1, row; }
