@@ -3,6 +3,7 @@
 // Trace and log pruning read directories through these; DirectryMake and ExecDelDir serve the
 // rest of the agent. No function keeps state; a stream belongs to one thread at a time.
 #include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -42,7 +43,9 @@ bool give_to_owner(const char* path) noexcept {
     if (::getgrnam_r(kGroup, &members, work, sizeof work, &found_group) != 0 ||
         found_group == nullptr)
         return false;
-    return ::chown(path, owner, members.gr_gid) == 0;
+    // The directory itself and no link that took its place; O_PATH needs no right to read it.
+    const UniqueFd made(::open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return made.valid() && ::fchownat(made.get(), "", owner, members.gr_gid, AT_EMPTY_PATH) == 0;
 }
 
 struct CloseStream {

@@ -21,7 +21,9 @@ namespace {
 constexpr std::int32_t kCopied = 0;
 constexpr std::int32_t kFailed = -1;
 constexpr std::size_t kCopyBlock = 16384;  // on the stack of whichever thread copies
+constexpr mode_t kCreationMode = 0644;
 constexpr mode_t kPermissions = 07777;
+constexpr mode_t kSetIds = S_ISUID | S_ISGID;
 
 using Path = char[PATH_MAX];
 
@@ -37,11 +39,24 @@ bool make_target_dir(const char* path) noexcept {
     return errno == ENOENT && DirectryMake(path) >= 0;
 }
 
-bool copy_content(const char* from, const char* to) noexcept {
+// As far as the process may: a copy that keeps its own owner is still a copy, but then it must not
+// lend that owner's rights to whoever runs it. By descriptor: the name may be somebody's link by
+// now.
+void copy_attributes(const struct stat64& source, int to) noexcept {
+    const timespec times[] = {source.st_atim, source.st_mtim};
+    const bool given = ::fchown(to, source.st_uid, source.st_gid) == 0;
+    const mode_t mode = source.st_mode & (given ? kPermissions : kPermissions & ~kSetIds);
+    [[maybe_unused]] const int mode_set = ::fchmod(to, mode);
+    [[maybe_unused]] const int times_set = ::futimens(to, times);
+}
+
+// The copy is never open to more than the source is, not for a moment.
+bool copy_file(const char* from, const struct stat64& status, const char* to) noexcept {
     const UniqueFd source(FileOpenRead(from));
     if (!source.valid()) return false;
     UniqueFd target(retry_eintr(kNoLimit, [&] {
-        return ::open(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_LARGEFILE, 0644);
+        return ::open(to, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_LARGEFILE,
+                      kCreationMode & status.st_mode);
     }));
     if (!target.valid()) return false;
     char block[kCopyBlock];
@@ -51,16 +66,9 @@ bool copy_content(const char* from, const char* to) noexcept {
         if (got == 0) break;
         if (FileWrite(target.get(), block, static_cast<std::uint32_t>(got)) != got) return false;
     }
+    copy_attributes(status, target.get());
     // Some file systems report a full disk only here.
     return FileClose(target.release()) == 0;
-}
-
-// As far as the process may: a copy that keeps its own owner is still a copy.
-void copy_attributes(const struct stat64& source, const char* to) noexcept {
-    const timespec times[] = {source.st_atim, source.st_mtim};
-    [[maybe_unused]] const int owner = ::chown(to, source.st_uid, source.st_gid);
-    [[maybe_unused]] const int mode = ::chmod(to, source.st_mode & kPermissions);
-    [[maybe_unused]] const int time = ::utimensat(AT_FDCWD, to, times, 0);
 }
 
 }  // namespace
@@ -82,7 +90,5 @@ std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char
     FileBackUp(target);
     // Kept: a file copied onto itself has just been renamed away, so this fails and the content
     // stays under the back-up's name.
-    if (!copy_content(source, target)) return kFailed;
-    copy_attributes(status, target);
-    return kCopied;
+    return copy_file(source, status, target) ? kCopied : kFailed;
 }

@@ -54,7 +54,8 @@ MAIL_API int32_t FileBackUp(const char* path) MAIL_NOEXCEPT;
  *   name         file name in `source_dir`
  *   target_name  file name in `target_dir`, null: the same as `name`
  * Makes `target_dir` (not its parents) where it is missing, see DirectryMake. The copy carries the
- * owner, permissions and times of the source as far as the process may set them.
+ * owner, permissions and times of the source as far as the process may set them; without the owner
+ * it does not carry the set-user and set-group bits either.
  * Returns 0, also when the source does not exist: then nothing is made; -1 when anything fails;
  * the target may then hold a part, and the old one is found under its back-up name. A file copied
  * onto itself fails so, too. */

@@ -116,6 +116,18 @@ TEST_F(Files, CopyKeepsABackUpAndTheAttributes) {
     EXPECT_EQ(read_file(at("to/c.bak")), "previous");
     EXPECT_EQ(read_file(at("to/c")), content);
 
+    if (owned == 0) {  // who cannot give the copy away does not hand on the owner's rights
+        fs::permissions(dir_.path(), fs::perms::all);
+        fs::permissions(at("to"), fs::perms::all);
+        ::chmod(at("a").c_str(), 06755);
+        ASSERT_EQ(::seteuid(65534), 0);
+        EXPECT_EQ(FileCopy(dir_.path().c_str(), at("to").c_str(), "a", "d"), 0);
+        ASSERT_EQ(::seteuid(0), 0);
+        FileStat(at("to/d").c_str(), &copy);
+        EXPECT_EQ(copy.st_mode & 07777, 0755u);
+        ::chmod(at("a").c_str(), 04750);
+    }
+
     EXPECT_EQ(FileCopy(dir_.path().c_str(), at("no/where").c_str(), "a", nullptr), -1);
     EXPECT_EQ(FileCopy(at("a").c_str(), dir_.path().c_str(), "a", nullptr), -1);  // ENOTDIR
     EXPECT_EQ(FileCopy(dir_.path().c_str(), dir_.path().c_str(), "a", nullptr), -1);
