@@ -33,9 +33,8 @@ time_t budget_seconds() noexcept { return static_cast<std::int32_t>(g_ulTimeOut)
 
 using BrokenDown = std::tm* (*)(const time_t*, std::tm*);
 
-// Seconds at which the local clock shows what `convert` shows of now.
-time_t as_local(BrokenDown convert) noexcept {
-    const time_t now = std::time(nullptr);
+// Seconds at which the local clock shows what `convert` shows of `now`.
+time_t as_local(BrokenDown convert, time_t now) noexcept {
     std::tm parts{};
     convert(&now, &parts);
     return std::mktime(&parts);
@@ -82,8 +81,10 @@ void SMTP_GetSelectTimeOut(struct timeval* tv) noexcept {
 // it), and half hours are lost. The Date field of every mail rests on it.
 std::int32_t SMTP_GetTimeDifference(void) noexcept {
     TraceScope trace("GETDIFF0000", "GETDIFFFFFF");
-    const time_t utc = as_local(::gmtime_r);
-    const time_t local = as_local(::localtime_r);
+    // One look at the clock: a second that passed between two would take an hour off in the west.
+    const time_t now = std::time(nullptr);
+    const time_t utc = as_local(::gmtime_r, now);
+    const time_t local = as_local(::localtime_r, now);
     return trace.leave(static_cast<std::int32_t>((local - utc) / kSecondsPerHour));
 }
 
