@@ -24,12 +24,13 @@ extern MAIL_API MailLogHandle* g_pLogHandle;
  * files of the directory, and write the opening banner.
  *   unused  ignored; 0
  * Returns a handle to be ended with MailLogClose; null when the log is switched off, cannot be
- * opened, or memory runs out. */
+ * opened, is a link or not a regular file of the effective user, or memory runs out. */
 MAIL_API MailLogHandle* MailLogOpen(uint32_t unused) MAIL_NOEXCEPT;
 
 /* MailLogWrite - one line "HH:MM:SS LABEL TEXT".
  *   level  1: "S:", sent to a server; 2: "R:", received; 3: "-:", an error or a note
- *   text   any length; CR LF is added unless it ends with it
+ *   text   any length; CR LF is added unless it ends with it. In a text of level 2 every control
+ *          byte (below 0x20, and 0x7F) but that CR LF is written as "?"
  * Returns 0; -1 for another level, a null text or a null log. */
 MAIL_API int32_t MailLogWrite(MailLogHandle* log, uint32_t level, const char* text) MAIL_NOEXCEPT;
 

@@ -1,4 +1,4 @@
-/* trace.h - trace rings: fixed-size, memory-mapped files of short records.
+/* trace.h - trace rings: files of fixed size that hold the newest records.
  *
  * Every public call of the library leaves records of its steps in a ring of its own, a file in
  * "/var/opt/Quorvin/tmp2" named after the process and the thread; the command ovrm-trace reads it.
@@ -9,8 +9,10 @@
  * Levels of records: 0 failure, 1 entry and exit, 2 detail. A ring of level 1 takes records of
  * levels 0 and 1, one of level 2 takes all, one of level 0 none.
  *
- * A ring must not be cut short by anyone while it is open: like every mapped file, writing to it
- * would then raise SIGBUS. Deleting or renaming it is harmless. */
+ * On ext2, ext3, ext4 and tmpfs a ring is mapped into memory. It must not be cut short by anyone
+ * while it is open: writing to a mapped file would then raise SIGBUS. Deleting or renaming it is
+ * harmless. Elsewhere, where overwriting may need room on the disk, records are written by system
+ * calls, and lost when the disk is full. */
 #ifndef OVRMAIL_TRACE_H
 #define OVRMAIL_TRACE_H
 
@@ -31,7 +33,8 @@ extern MAIL_API TraceHandle* g_trace;
 extern MAIL_API pthread_mutex_t g_cs;
 
 /* Topen - open or create a trace ring.
- *   path     file of the ring; kept records are continued, permissions become 0644
+ *   path     file of the ring; kept records are continued, permissions become 0644. Only a regular
+ *            file of the effective user with no other name is taken (else EPERM or ELOOP)
  *   size_kb  wanted size in KiB; the ring gets the next multiple of 8 KiB above it (5: 8, 8: 16),
  *            less than 4 GiB
  *   level    highest record level to write; above 2 is as 2
@@ -51,7 +54,7 @@ MAIL_API TraceHandle* Topen(const char* path, uint32_t size_kb, uint32_t level) 
  *   length  number of bytes; up to half the ring is kept
  * Returns 0, also when the level or a damaged ring keeps the record out; -1 when trace is null or
  * the level is above 2. errno is left as it was. Any number of threads may write to one ring.
- * Makes no system call unless another thread is writing. */
+ * For a mapped ring it makes no system call unless another thread is writing. */
 MAIL_API int32_t Twrite(TraceHandle* trace, uint32_t level, const char* point, const void* data,
                         uint32_t length) MAIL_NOEXCEPT;
 

@@ -1,13 +1,15 @@
 // mail_log.cpp - lines of the mail log: what was said to the servers, what they answered, what
 // failed. Written by every step of a send that talks to a server or meets a system error.
 //
-// A line goes out in one write, so that lines of processes or threads never mix. Write failures
-// are not reported: a send does not fail for its log. Owns g_pLogHandle.
+// A line goes out in one write behind what the file holds by then (the file is opened to append),
+// so that lines of processes or threads never mix; only one of more than 4 KiB takes several.
+// Failures of a write are not reported: a send does not fail for its log. Owns g_pLogHandle.
 #include "mail_log.h"
 
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <span>
@@ -26,6 +28,7 @@ namespace {
 
 constexpr std::int32_t kWritten = 0;
 constexpr std::int32_t kNotWritten = -1;
+constexpr std::uint32_t kReplyLevel = 2;
 constexpr std::uint32_t kNoteLevel = 3;
 constexpr std::array<const char*, 4> kLabels{nullptr, "S:", "R:", "-:"};
 constexpr std::array<const char*, 3> kExchanges{nullptr, "SMTP", "POP"};
@@ -46,25 +49,33 @@ void put(const MailLogHandle& log, std::string_view text) noexcept {
     (void)FileWrite(log.fd, text.data(), static_cast<std::uint32_t>(text.size()));
 }
 
+// A reply loses its control bytes: what a server sends neither forges entries nor steers the
+// terminal of whoever reads them.
+void copy_text(std::uint32_t level, std::string_view text, std::span<char> room) noexcept {
+    const auto shown = [level](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return level == kReplyLevel && (byte < 0x20 || byte == 0x7F) ? '?' : c;
+    };
+    std::transform(text.begin(), text.end(), room.begin(), shown);
+}
+
 void write_entry(const MailLogHandle& log, std::uint32_t level, std::string_view text) noexcept {
     std::array<char, kLineSize> line;  // NOLINT(cppcoreguidelines-pro-type-member-init)
     const tm now = local_now();
     const int prefix = common::format_into(line, "%02d:%02d:%02d %s ", now.tm_hour, now.tm_min,
                                            now.tm_sec, kLabels[level]);
     if (prefix < 0) return;
-    const std::string_view end = text.ends_with(kLineEnd) ? "" : kLineEnd;
-    std::size_t used = static_cast<std::size_t>(prefix);
-    if (text.size() > line.size() - used - kLineEnd.size()) {
-        put(log, {line.data(), used});
-        put(log, text);
-        put(log, end);
-        return;
+    if (text.ends_with(kLineEnd)) text.remove_suffix(kLineEnd.size());
+    std::span<char> room = std::span<char>(line).subspan(static_cast<std::size_t>(prefix));
+    while (text.size() + kLineEnd.size() > room.size()) {
+        copy_text(level, text.substr(0, room.size()), room);
+        put(log, {line.data(), line.size()});
+        text.remove_prefix(room.size());
+        room = line;
     }
-    for (const std::string_view part : {text, end}) {
-        std::memcpy(line.data() + used, part.data(), part.size());
-        used += part.size();
-    }
-    put(log, {line.data(), used});
+    copy_text(level, text, room);
+    kLineEnd.copy(room.data() + text.size(), kLineEnd.size());
+    put(log, {line.data(), line.size() - room.size() + text.size() + kLineEnd.size()});
 }
 
 // Writes `head`, which ends in a blank, and the caller's text behind it.

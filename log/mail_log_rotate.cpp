@@ -3,6 +3,7 @@
 // A file within 500 bytes of its limit is moved to generation 1 (name and a "1") at the next
 // opening, older generations one further. Rotation and pruning happen here only, so that the lines
 // of one call stay in one file.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,6 +15,7 @@
 #include "file_util.h"
 #include "log/directories.hpp"
 #include "log/mail_log_handle.hpp"
+#include "log/own_file.hpp"
 #include "log/settings.hpp"
 #include "mail_log.h"
 #include "trace.h"
@@ -24,8 +26,6 @@ namespace {
 constexpr const char* kPrefix = "rmsmtp";
 constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
 constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
-constexpr std::int32_t kAppend = 0;            // modes of FileOpen2
-constexpr std::int32_t kTruncate = 1;
 
 // A setting of the section "LOG": a value outside its range counts as the default.
 struct Setting {
@@ -73,17 +73,22 @@ bool open_file(MailLogHandle& log) noexcept {
     (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kPrefix,
                               static_cast<int>(::getpid()));
     auto keep = static_cast<std::int32_t>(log.number);
-    std::int32_t mode = kTruncate;
     const std::int32_t size = FileSize_Name(log.path.data());
-    if (size >= 0 && size < static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin) {
+    const std::int32_t limit = static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin;
+    if (size >= 0 && size < limit) {
         ++keep;  // the continued file is among those that stay
-        mode = kAppend;
     } else if (size >= 0) {
         rotate(log);
     }
     (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
-    log.fd = FileOpen2(log.path.data(), mode);
-    return log.fd >= 0;
+    // Appending even when it is new: a second writer of the same name then loses no line.
+    struct stat64 status {};
+    common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);
+    if (!fd.valid() || !is_own_file(fd.get(), status)) return false;
+    // A full file that could not be moved away is emptied.
+    if (status.st_size >= limit && ::ftruncate64(fd.get(), 0) != 0) return false;
+    log.fd = fd.release();
+    return true;
 }
 
 }  // namespace

@@ -1,14 +1,18 @@
 // trace.cpp - opens and closes trace rings; see trace.h and trace_handle.hpp.
 //
 // Every public call opens a ring of its own at its start and closes it at its end. Opening copies
-// the ring through a temporary file beside it: that gives the file its full size on the disk, so
-// that later writes into the mapping cannot meet a full disk (which would be a SIGBUS).
-// Owns g_trace (ring of the send in progress) and g_cs (serialises record writing).
+// the ring through a temporary file beside it: that gives the file its full size on the disk. Where
+// the file system overwrites blocks in place, the ring is then mapped, as a write into the mapping
+// cannot meet a full disk, which would be a SIGBUS in the host. A file system that may copy a block
+// on writing needs room for it again and again: there records go out by pwrite(), see
+// trace_ring.cpp. Owns g_trace (ring of the send in progress) and g_cs (serialises record writing).
 #include "trace.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
 #include <array>
@@ -24,6 +28,7 @@
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
 #include "file_util.h"
+#include "log/own_file.hpp"
 #include "log/trace_handle.hpp"
 
 TraceHandle* g_trace = nullptr;
@@ -42,27 +47,32 @@ constexpr std::size_t kCopyBlock = std::size_t{32} * 1024;
 
 struct RingFile {
     UniqueFd fd;
-    bool is_new = false;
+    bool is_new = false;  // its offset counts for nothing; bytes that are there stay
     std::uint64_t length = 0;
 };
 
 bool open_ring_file(const char* path, RingFile& file) noexcept {
-    file.fd.reset(retry_eintr(kNoLimit, [&] { return ::open(path, O_RDWR | O_CLOEXEC); }));
-    mode_t mode = 0;
-    if (file.fd.valid()) {
-        struct stat64 status {};
-        if (::fstat64(file.fd.get(), &status) != 0) return false;
-        file.length = static_cast<std::uint64_t>(status.st_size);
-        file.is_new = file.length < kRingStart;
-        mode = status.st_mode & 07777;
-    } else {
-        file.fd.reset(retry_eintr(
-            kNoLimit, [&] { return ::open(path, O_RDWR | O_CREAT | O_CLOEXEC, kFileMode); }));
-        if (!file.fd.valid()) return false;
+    file.fd = open_unfollowed(path, 0);
+    if (!file.fd.valid()) {
+        file.fd = open_unfollowed(path, O_CREAT);
         file.is_new = true;
     }
-    if (mode != kFileMode) (void)::fchmod(file.fd.get(), kFileMode);
+    struct stat64 status {};
+    if (!file.fd.valid() || !is_own_file(file.fd.get(), status)) return false;
+    file.length = static_cast<std::uint64_t>(status.st_size);
+    file.is_new = file.is_new || file.length < kRingStart;
+    if ((status.st_mode & 07777) != kFileMode) (void)::fchmod(file.fd.get(), kFileMode);
     return true;
+}
+
+// Whether a block of the file that has been written once can be written again without a new block.
+// Others may share the blocks of a file with its copies (XFS, btrfs), or hide such a one
+// (overlayfs).
+bool is_overwritten_in_place(int fd) noexcept {
+    struct statfs64 system {};
+    if (::fstatfs64(fd, &system) != 0) return false;
+    const auto type = static_cast<unsigned>(system.f_type);
+    return type == EXT4_SUPER_MAGIC || type == TMPFS_MAGIC;
 }
 
 // The next multiple of 8 KiB strictly above the request.
@@ -157,11 +167,14 @@ bool settle_ring(const RingFile& file, std::size_t bytes, const char* path) noex
     return temporary.remove();
 }
 
-void settle_offset(const RingFile& file, unsigned char* mapping, std::size_t bytes) noexcept {
+// False when the header can neither be used nor written.
+bool settle_offset(const RingFile& file, std::size_t bytes) noexcept {
     std::uint32_t offset = 0;
-    std::memcpy(&offset, mapping, sizeof offset);
-    if (!file.is_new && file.length <= bytes && is_ring_offset(offset, bytes)) return;
-    std::memcpy(mapping, &kRingStart, sizeof kRingStart);
+    const std::span<char> word(reinterpret_cast<char*>(&offset), sizeof offset);
+    if (!load_block(file.fd.get(), 0, bytes, word)) return false;
+    if (!file.is_new && file.length <= bytes && is_ring_offset(offset, bytes)) return true;
+    offset = kRingStart;
+    return store_block(file.fd.get(), 0, word);
 }
 
 bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) noexcept {
@@ -174,12 +187,14 @@ bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) no
     const auto bytes = static_cast<std::size_t>(wanted);
     RingFile file;
     if (!open_ring_file(path, file) || !settle_ring(file, bytes, path)) return false;
-    void* const mapping =
-        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
-    if (mapping == MAP_FAILED) return false;
-    trace.mapping = static_cast<unsigned char*>(mapping);
+    if (!settle_offset(file, bytes)) return false;
+    if (is_overwritten_in_place(file.fd.get())) {
+        void* const mapping =
+            ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
+        if (mapping == MAP_FAILED) return false;
+        trace.mapping = static_cast<unsigned char*>(mapping);
+    }
     trace.size_kb = static_cast<std::uint32_t>(bytes / 1024);
-    settle_offset(file, trace.mapping, bytes);
     trace.fd = file.fd.release();
     return true;
 }
@@ -211,7 +226,7 @@ std::int32_t Tclose(TraceHandle* trace) noexcept {
     if (trace == nullptr) return -1;
     bool ended = true;
     if (trace->has_file()) {
-        ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
+        if (trace->mapping != nullptr) ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
         ended = FileClose(trace->fd) == 0 && ended;
     }
     ::pthread_mutex_destroy(&trace->lock);

@@ -1,4 +1,4 @@
-// trace_handle.hpp - a trace ring in memory, and the layout of its file.
+// trace_handle.hpp - an open trace ring, and the layout of its file.
 //
 // The file is a ring of whole 8 KiB units: a 32-bit next-write offset in the host's byte order,
 // then record bytes up to the ring's end, from where writing goes on at offset 4. A record is
@@ -14,12 +14,12 @@
 
 struct TraceHandle {
     std::int32_t fd;         // 0 without a file; 0 may be a real descriptor too, so see has_file()
-    unsigned char* mapping;  // the whole ring, shared; null without a file
-    std::uint32_t size_kb;   // KiB, after rounding
+    unsigned char* mapping;  // the whole ring, shared; null where it is written with pwrite()
+    std::uint32_t size_kb;   // KiB, after rounding; 0 without a file
     std::uint32_t level;     // highest level written; 0: none
     pthread_mutex_t lock;    // g_cs begins and ends with any ring; this one with its own
 
-    [[nodiscard]] bool has_file() const noexcept { return mapping != nullptr; }
+    [[nodiscard]] bool has_file() const noexcept { return size_kb != 0; }
     [[nodiscard]] std::size_t ring_bytes() const noexcept { return std::size_t{size_kb} * 1024; }
 };
 

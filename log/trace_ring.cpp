@@ -1,11 +1,17 @@
-// trace_ring.cpp - Twrite: one record into the mapped ring, without a system call.
+// trace_ring.cpp - Twrite: one record into the ring.
 //
-// Called at entry, exit and failures of nearly every function of a send, so it has to be cheap:
-// a record that does not meet the end of the ring is laid down in one go. g_cs is held meanwhile.
+// Called at entry, exit and failures of nearly every function of a send, so it has to be cheap: a
+// mapped ring takes it without a system call. One that is not mapped (see trace.cpp) takes it with
+// three, and does without it when the disk is full. g_cs is held meanwhile.
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 #include "common/unique_fd.hpp"
 #include "log/trace_handle.hpp"
@@ -55,17 +61,13 @@ struct Record {
     std::uint32_t time;
     std::string_view point;
     std::string_view data;
-
-    [[nodiscard]] std::size_t size() const noexcept {
-        return kStartMarker.size() + sizeof time + sizeof(std::uint32_t) + point.size() +
-               (data.empty() ? 0 : kDataMarker.size() + data.size()) + kEndMarker.size();
-    }
 };
 
-// Hands the pieces of a record to `put` in order.
+constexpr std::uint32_t kReserved = 0;
+
+// Hands the pieces of a record, which live as long as the record, to `put` in order.
 template <class Put>
 void for_each_piece(const Record& record, Put put) noexcept {
-    constexpr std::uint32_t kReserved = 0;
     put(kStartMarker.data(), kStartMarker.size());
     put(&record.time, sizeof record.time);
     put(&kReserved, sizeof kReserved);
@@ -77,42 +79,84 @@ void for_each_piece(const Record& record, Put put) noexcept {
     put(kEndMarker.data(), kEndMarker.size());
 }
 
-// The part of the ring behind its header. Pieces are at most half the ring long.
-struct Ring {
-    unsigned char* bytes;
-    std::size_t size;
+class MappedRing {
+public:
+    explicit MappedRing(const TraceHandle& trace) noexcept : bytes_(trace.mapping) {}
 
-    std::size_t write_wrapping(std::size_t offset, const void* piece, std::size_t n) noexcept {
+    [[nodiscard]] std::uint32_t load_offset() const noexcept {
+        std::uint32_t offset = 0;
+        std::memcpy(&offset, bytes_, sizeof offset);
+        return offset;
+    }
+    void lay(std::size_t offset, const void* piece, std::size_t n) noexcept {
+        std::memcpy(bytes_ + offset, piece, n);
+    }
+    void store_offset(std::uint32_t offset) noexcept {
+        std::memcpy(bytes_, &offset, sizeof offset);
+    }
+
+private:
+    unsigned char* bytes_;
+};
+
+// Pieces that lie one behind the other go out together. What fails, fails: the ring then keeps its
+// offset and with it the records that it has.
+class WrittenRing {
+public:
+    explicit WrittenRing(const TraceHandle& trace) noexcept : fd_(trace.fd) {}
+
+    [[nodiscard]] std::uint32_t load_offset() const noexcept {
+        std::uint32_t offset = 0;
+        return ::pread64(fd_, &offset, sizeof offset, 0) == sizeof offset ? offset : 0;
+    }
+    void lay(std::size_t offset, const void* piece, std::size_t n) noexcept {
+        if (n == 0) return;
+        if (offset != start_ + size_) write_out();
+        if (count_ == 0) start_ = offset;
+        pieces_[count_++] = {const_cast<void*>(piece), n};
+        size_ += n;
+    }
+    void store_offset(std::uint32_t offset) noexcept {
+        write_out();
+        if (whole_) whole_ = ::pwrite64(fd_, &offset, sizeof offset, 0) == sizeof offset;
+    }
+
+private:
+    void write_out() noexcept {
+        const auto size = static_cast<ssize_t>(std::exchange(size_, 0));
+        const auto count = static_cast<int>(std::exchange(count_, 0));
+        if (count == 0 || !whole_) return;
+        whole_ = ::pwritev64(fd_, pieces_.data(), count, static_cast<off64_t>(start_)) == size;
+    }
+
+    int fd_;
+    std::array<iovec, 8> pieces_;  // of a record at most seven, one of them in two
+    std::size_t count_ = 0;
+    std::size_t start_ = 0;
+    std::size_t size_ = 0;
+    bool whole_ = true;
+};
+
+// Lays a record down behind the last one. Pieces are at most half the ring long.
+template <class Ring>
+void put(Ring ring, std::size_t size, const Record& record) noexcept {
+    const std::uint32_t stored = ring.load_offset();
+    if (!is_ring_offset(stored, size)) return;
+    std::size_t offset = stored;
+    for_each_piece(record, [&](const void* piece, std::size_t n) {
         if (offset + n < size) {
-            std::memcpy(bytes + offset, piece, n);
-            return offset + n;
+            ring.lay(offset, piece, n);
+            offset += n;
+            return;
         }
         // Kept: a piece that ends exactly at the end of the ring leaves the offset at 4.
         const std::size_t first = size - offset;
-        std::memcpy(bytes + offset, piece, first);
-        std::memcpy(bytes + kRingStart, static_cast<const char*>(piece) + first, n - first);
-        return kRingStart + n - first;
-    }
-
-    void put(const Record& record) noexcept {
-        std::uint32_t stored = 0;
-        std::memcpy(&stored, bytes, sizeof stored);
-        if (!is_ring_offset(stored, size)) return;
-        std::size_t offset = stored;
-        if (offset + record.size() < size) {
-            for_each_piece(record, [&](const void* piece, std::size_t n) {
-                std::memcpy(bytes + offset, piece, n);
-                offset += n;
-            });
-        } else {
-            for_each_piece(record, [&](const void* piece, std::size_t n) {
-                offset = write_wrapping(offset, piece, n);
-            });
-        }
-        stored = static_cast<std::uint32_t>(offset);
-        std::memcpy(bytes, &stored, sizeof stored);
-    }
-};
+        ring.lay(offset, piece, first);
+        ring.lay(kRingStart, static_cast<const char*>(piece) + first, n - first);
+        offset = kRingStart + n - first;
+    });
+    ring.store_offset(static_cast<std::uint32_t>(offset));
+}
 
 }  // namespace
 }  // namespace ovrmail::log
@@ -125,8 +169,8 @@ std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, 
     if (trace->level == 0 || trace->level < level || !trace->has_file()) return 0;
 
     const common::ErrnoKeeper keep;
-    log::Ring ring{trace->mapping, trace->ring_bytes()};
-    const std::size_t longest = ring.size / 2;
+    const std::size_t size = trace->ring_bytes();
+    const std::size_t longest = size / 2;
     log::Record record{0, "", {}};
     if (point != nullptr) record.point = {point, ::strnlen(point, longest)};
     if (data != nullptr) {
@@ -134,6 +178,9 @@ std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, 
     }
     const log::RecordLock lock(trace->lock);
     record.time = static_cast<std::uint32_t>(::time(nullptr));
-    ring.put(record);
+    if (trace->mapping != nullptr)
+        log::put(log::MappedRing(*trace), size, record);
+    else
+        log::put(log::WrittenRing(*trace), size, record);
     return 0;
 }

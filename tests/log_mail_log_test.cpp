@@ -1,16 +1,19 @@
 // The mail log: line forms, settings, continuation, rotation and pruning, seen in its files.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <string>
 #include <utility>
 
 #include "mail_log.h"
 #include "support/support.hpp"
+#include "trace.h"
 
 namespace fs = std::filesystem;
 using support::read_file;
@@ -39,9 +42,12 @@ TEST_F(MailLog, LinesHaveTheirFormBetweenBanners) {
     const std::string long_text(5000, 'x');
     const std::string cut(1024, 'x');
     MailLogHandle* const log = MailLogOpen(0);
-    const std::pair<std::uint32_t, const char*> lines[] = {
-        {1, "AUTH PLAIN ******"}, {2, "250 ok\r\n"}, {3, ""}, {1, "\n"}, {1, "\r\n"},
-        {2, long_text.c_str()}};
+    const std::pair<std::uint32_t, const char*> lines[] = {{1, "AUTH PLAIN ******"},
+                                                           {2, "250-\x1b[1mo\x7Fk\t\r\n250 x\r\n"},
+                                                           {3, ""},
+                                                           {1, "\n"},
+                                                           {1, "\r\n"},
+                                                           {2, long_text.c_str()}};
     for (const auto& [level, text] : lines) EXPECT_EQ(MailLogWrite(log, level, text), 0);
     for (const char* text : {static_cast<const char*>(nullptr), "", long_text.c_str()})
         EXPECT_EQ(MailLogSysErrWrite(log, "connect", 111, -7, text), 0);
@@ -62,8 +68,9 @@ TEST_F(MailLog, LinesHaveTheirFormBetweenBanners) {
     const std::string call = "[" + std::to_string(::getpid()) + "] Dovrin E-Mail\r\n";
     const std::string error = "-: ERROR: func=connect code=111 detail=-7";
     EXPECT_EQ(std::regex_replace(read_file(current()), time, "$1"),
-              call + "S: AUTH PLAIN ******\r\nR: 250 ok\r\n-: \r\nS: \n\r\nS: \r\nR: " + long_text +
-                  "\r\n" + error + "\r\n" + error + " \r\n" + error + " " + cut +
+              call +
+                  "S: AUTH PLAIN ******\r\nR: 250-?[1mo?k???250 x\r\n-: \r\nS: \n\r\nS: \r\nR: " +
+                  long_text + "\r\n" + error + "\r\n" + error + " \r\n" + error + " " + cut +
                   "\r\n-: ERROR: SMTP TIMEOUT (timer=60)\r\n-: ERROR: POP TIMEOUT (timer=60) x\r\n"
                   "-: ERROR: POP TIMEOUT (timer=60) " +
                   cut + "\r\nEND\r\n\r\n" + call + "END\r\n\r\n");
@@ -72,6 +79,28 @@ TEST_F(MailLog, LinesHaveTheirFormBetweenBanners) {
     std::strftime(year, sizeof year, "%Y/", std::localtime(&now));
     EXPECT_EQ(read_file(current()).substr(0, 5), year);
     EXPECT_EQ(fs::status(current()).permissions(), static_cast<fs::perms>(0644));
+}
+
+// A log and a ring are not opened through what somebody else laid under their names.
+TEST_F(MailLog, LinksFifosAndForeignFilesAreLeftAlone) {
+    const std::string victim = kDirectory + "victim";
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"link", [&] { fs::create_symlink(victim, current()); }},
+        {"dangling link", [&] { fs::create_symlink(victim + "2", current()); }},
+        {"second name", [&] { fs::create_hard_link(victim, current()); }},
+        {"FIFO", [] { ::mkfifo(current().c_str(), 0666); }},
+        {"of another user", [] { write_file(current(), "x"), ::chown(current().c_str(), 12, 34); }},
+    };
+    for (const auto& [name, put] : cases) {
+        SetUp();
+        write_file(victim, "untouched");
+        put();
+        EXPECT_EQ(Topen(current().c_str(), 5, 1), nullptr) << name;
+        EXPECT_EQ(MailLogOpen(0), nullptr) << name;
+        EXPECT_EQ(read_file(victim), "untouched") << name;
+        EXPECT_EQ(files(), 2) << name;
+    }
+    SetUp();
 }
 
 TEST_F(MailLog, SizeDecidesBetweenContinuingAndRotating) {

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -300,6 +301,7 @@ WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd), 
 WRAP(int, fstatat64, (int fd, const char* name, struct stat64* out, int flags),
      (fd, name, out, flags), name, same)
 WRAP(int, mkdir, (const char* path, mode_t mode), (path, mode), path, same)
+WRAP(int, fstatfs64, (int fd, struct statfs64* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode), fault::path_of(fd), same)
 WRAP(int, ftruncate64, (int fd, off64_t size), (fd, size), fault::path_of(fd), same)
 WRAP(int, fallocate64, (int fd, int mode, off64_t at, off64_t size), (fd, mode, at, size),

@@ -15,6 +15,7 @@ import signal
 import stat
 import subprocess
 import sys
+import tempfile
 import threading
 import unittest
 
@@ -149,6 +150,25 @@ class Surroundings(unittest.TestCase):
                 Row("all", "full tmp 0; full tmp2 0; full log 0", WORK_FILE, FULL, False, False),
                 Row("log and trace", "full tmp2 0; full log 0", 0, "", False, False)):
             self.check(row)
+
+    def test_copy_on_write(self):
+        """Overwriting a block takes a new one, and the disk fills up during the call: through a
+        mapping that would be the end of the process."""
+        disk = pathlib.Path("/var/opt/disk")
+        disk.mkdir()
+        with tempfile.NamedTemporaryFile(dir="/var/opt") as image:
+            image.truncate(114 * 1024 * 1024)
+            try:
+                subprocess.run(["mkfs.btrfs", "-q", image.name], check=True,
+                               stderr=subprocess.DEVNULL)
+                subprocess.run(["mount", "-o", "loop", image.name, disk], check=True)
+            except (OSError, subprocess.CalledProcessError) as missing:
+                self.skipTest(f"no btrfs here: {missing}")
+            self.addCleanup(subprocess.run, ["umount", disk])
+            fill = f"cat /dev/zero >{disk}/zero 2>/dev/null || :; sync -f {disk}"
+            self.check(Row("full", fill, at="GREETING", keys=ATTACH, traced=None, before=lambda: (
+                os.rmdir(DATA / "tmp2"), os.symlink(disk, DATA / "tmp2"))))
+            self.assertTrue(list(disk.glob("acert*.trc")))
 
     def test_directories(self):
         ways = {"absent": ("rm -r $D", "2"), "a file": ("rm -r $D; : >$D", "20"),
