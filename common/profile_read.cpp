@@ -134,6 +134,21 @@ ProfileSection* find_section(const MailProfile& profile, std::string_view name) 
     return section;
 }
 
+std::int64_t profile_number(const MailProfile& profile, const char* section, const char* key,
+                            std::int32_t fallback) noexcept {
+    constexpr std::size_t kDigits = 11;  // what of a value counts
+    std::string_view text = find_value(&profile, section, key);
+    // Kept: a missing key gives 0 for a negative default, an empty value the default itself.
+    if (!has_text(text)) return std::max(fallback, 0);
+    if (text.empty()) return fallback;
+    text = text.substr(0, kDigits);
+    text = skip(text, text.find_first_not_of(" \t\n\v\f\r"));
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+    std::int64_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
 bool next_key(std::string_view& lines, ProfileKey& key) noexcept {
     while (!lines.empty()) {
         const std::string_view line = cut_line(next_line(lines));
@@ -186,17 +201,8 @@ std::int32_t Com_GetPrivateProfileString(const MailProfile* profile, const char*
 std::int32_t Com_GetPrivateProfileInt(const MailProfile* profile, const char* section,
                                       const char* key, std::int32_t fallback,
                                       const char* /*path*/) noexcept {
-    constexpr std::size_t kDigits = 11;  // what of a value counts
     if (profile == nullptr) return 0;
-    std::string_view text = find_value(profile, section, key);
-    // Kept: a missing key gives 0 for a negative default, an empty value the default itself.
-    if (!has_text(text)) return std::max(fallback, 0);
-    if (text.empty()) return fallback;
-    text = text.substr(0, kDigits);
-    text = skip(text, text.find_first_not_of(" \t\n\v\f\r"));
-    if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
-    std::int64_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
+    const std::int64_t number = profile_number(*profile, section, key, fallback);
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(number, INT32_MIN, INT32_MAX));
 }
 

@@ -40,10 +40,11 @@ constexpr Setting kNumber{"LOGNUM", 5, 100, 20, true};
 
 std::uint32_t read_setting(const Settings& settings, const Setting& setting) noexcept {
     if (!settings.valid()) return setting.fallback;
-    const auto value = static_cast<std::uint32_t>(
-        settings.get("LOG", setting.key, static_cast<std::int32_t>(setting.fallback)));
-    if (value == 0 && setting.zero_allowed) return value;
-    return value >= setting.lowest && value <= setting.highest ? value : setting.fallback;
+    const std::int64_t value =
+        settings.get("LOG", setting.key, static_cast<std::int32_t>(setting.fallback));
+    const bool in_range = value >= setting.lowest && value <= setting.highest;
+    const bool accepted = in_range || (value == 0 && setting.zero_allowed);
+    return accepted ? static_cast<std::uint32_t>(value) : setting.fallback;
 }
 
 using Path = std::array<char, 1028 + 12>;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/paths.hpp"
+#include "common/profile.hpp"
 #include "mail_log.h"
 #include "profile.h"
 
@@ -20,10 +21,10 @@ public:
     // False when memory ran out. A missing file is an empty one.
     [[nodiscard]] bool valid() const noexcept { return profile_ != nullptr; }
 
-    [[nodiscard]] std::int32_t get(const char* section, const char* key,
+    // Only of a valid one. A number beyond 32 bits is handed out as it is: it is out of any range.
+    [[nodiscard]] std::int64_t get(const char* section, const char* key,
                                    std::int32_t fallback) const noexcept {
-        return Com_GetPrivateProfileInt(profile_, section, key, fallback,
-                                        common::paths::kTraceConfig);
+        return common::profile_number(*profile_, section, key, fallback);
     }
 
 private:

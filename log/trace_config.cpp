@@ -1,6 +1,8 @@
 // trace_config.cpp - trace settings of a section of the configuration file, and ring file names.
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <span>
 
 #include "common/text.hpp"
@@ -18,13 +20,14 @@ constexpr std::size_t kNameSize = 1025;
 std::int32_t trace_info(const Settings& settings, const char* section, std::int32_t* size_kb,
                         std::int32_t* level, std::int32_t* number) noexcept {
     if (!settings.valid() || size_kb == nullptr || level == nullptr || number == nullptr) return -1;
-    const std::int32_t new_size = settings.get(section, "TRACESIZE", *size_kb);
-    const std::int32_t new_level = settings.get(section, "TRACELEVEL", *level);
-    const std::int32_t new_number = settings.get(section, "TRACENUM", *number);
+    const std::int64_t new_size = settings.get(section, "TRACESIZE", *size_kb);
+    const std::int64_t new_level = settings.get(section, "TRACELEVEL", *level);
+    const std::int64_t new_number = settings.get(section, "TRACENUM", *number);
     if (new_size <= 0 || new_level < 0 || new_number < 0) return -1;
-    *size_kb = new_size;
-    *level = new_level;
-    *number = new_number;
+    if (std::max({new_size, new_level, new_number}) > INT32_MAX) return -1;
+    *size_kb = static_cast<std::int32_t>(new_size);
+    *level = static_cast<std::int32_t>(new_level);
+    *number = static_cast<std::int32_t>(new_number);
     return 0;
 }
 
@@ -39,15 +42,16 @@ std::int32_t GetTraceInfo(const char* section, std::uint32_t /*unused*/, std::in
 
 void Trc_GetSizeLevel(const char* section, std::int32_t* size_kb, std::int32_t* level) noexcept {
     constexpr std::int32_t kDefaultSize = 100;
-    constexpr std::uint32_t kHighest = 2;
+    constexpr std::int64_t kHighest = 2;
     if (size_kb == nullptr || level == nullptr) return;
     *size_kb = kDefaultSize;
     *level = 0;
     const log::Settings settings;
     if (!settings.valid()) return;
-    *size_kb = settings.get(section, "TRACESIZE", kDefaultSize);
-    *level = settings.get(section, "TRACELEVEL", 0);
-    if (static_cast<std::uint32_t>(*level) > kHighest) *level = kHighest;
+    *size_kb = static_cast<std::int32_t>(std::clamp<std::int64_t>(
+        settings.get(section, "TRACESIZE", kDefaultSize), INT32_MIN, INT32_MAX));
+    const std::int64_t wanted = settings.get(section, "TRACELEVEL", 0);
+    *level = static_cast<std::int32_t>(wanted >= 0 ? std::min(wanted, kHighest) : kHighest);
 }
 
 void MakeTraceFileName(char* buffer, std::uint32_t /*unused*/, const char* prefix,

@@ -97,8 +97,11 @@ std::int32_t convert(const Request& request, std::size_t growth) noexcept {
     char* out = work.get();
     std::size_t out_left = std::min(room, growth * length);
     const bool stopped = ::iconv(converter, &in, &in_left, &out, &out_left) == SIZE_MAX;
-    std::size_t size = std::strlen(work.get());
-    if (stopped && size == 0) {
+    // After a stop only what the converter vouches for counts: it may have written half a character
+    // behind that and taken it back.
+    std::size_t size = static_cast<std::size_t>(out - work.get());
+    if (!stopped) size = ::strnlen(work.get(), size);
+    if (size == 0 && stopped) {
         const std::string_view rest(in, ::strnlen(in, in_left));
         append_hex(work.get(), rest);
         size = hex_length(rest);

@@ -34,6 +34,28 @@ bool give_back(int fd, std::size_t size) noexcept {
     return size == 0 || ::lseek64(fd, -static_cast<off64_t>(size), SEEK_CUR) != -1;
 }
 
+// What was read ahead into `room`.
+struct Ahead {
+    std::string_view text;
+    std::size_t beyond;  // bytes read behind the room, to see whether the file goes on: 0 or 1
+
+    // Nothing is left in the file. A rest that is exactly as long as the room is one, too.
+    [[nodiscard]] bool at_end(std::span<const char> room) const noexcept {
+        return text.size() < room.size() || beyond == 0;
+    }
+};
+
+// False when reading failed; errno tells why.
+bool read_ahead(int fd, std::span<char> room, Ahead& ahead) noexcept {
+    const ssize_t got = common::read_full(fd, room);
+    char byte = '\0';
+    const bool full = got == static_cast<ssize_t>(room.size());
+    const ssize_t more = full ? common::read_full(fd, {&byte, 1}) : 0;
+    if (got < 0 || more < 0) return false;
+    ahead = {{room.data(), static_cast<std::size_t>(got)}, static_cast<std::size_t>(more)};
+    return true;
+}
+
 // Where the first line to end at or behind `from` ends; npos when none does.
 std::size_t line_end_from(std::string_view text, std::size_t from) noexcept {
     const std::size_t at = text.find(kLineEnd, std::max(from, kLineEnd.size()) - kLineEnd.size());
@@ -62,21 +84,21 @@ std::size_t wanted_lines(std::string_view text, char previous, int blank_lines) 
 // What becomes of a line longer than the whole room.
 enum class Overlong { kLeave, kCut };
 
-// Reads lines behind a piece into its room; `previous` is the last byte of the piece. Lines that do
-// not fit stay in the file.
+// Reads lines behind a piece into its room, which may be none; `previous` is the last byte of the
+// piece. Lines that do not fit stay in the file.
 std::int32_t add_lines(int fd, std::span<char> room, char previous, int blank_lines,
                        Overlong overlong, std::uint32_t* err) noexcept {
     TraceScope trace("smtp1200", "smtp12FF");
     std::array<char, kGrowth> buffer;
-    const auto ahead = std::span(buffer).first(std::min(room.size(), buffer.size()));
-    const ssize_t got = common::read_full(fd, ahead);
-    if (got < 0) return fail(trace, "smtp1210", kReadFailed, errno, err);
-    const std::string_view text(ahead.data(), static_cast<std::size_t>(got));
-    const bool at_end = text.size() < ahead.size();
+    const auto within = std::span(buffer).first(std::min(room.size(), buffer.size()));
+    Ahead ahead{};
+    if (!read_ahead(fd, within, ahead)) return fail(trace, "smtp1210", kReadFailed, errno, err);
+    const std::string_view text = ahead.text;
     std::size_t size = wanted_lines(text, previous, blank_lines);
-    if (size == text.npos) size = at_end ? text.size() : last_line_end(text);
+    if (size == text.npos) size = ahead.at_end(within) ? text.size() : last_line_end(text);
     if (size == 0 && overlong == Overlong::kCut) size = text.size();
-    if (!give_back(fd, text.size() - size)) return fail(trace, "smtp1220", kReadFailed, errno, err);
+    if (!give_back(fd, text.size() + ahead.beyond - size))
+        return fail(trace, "smtp1220", kReadFailed, errno, err);
     text.copy(room.data(), size);
     return trace.leave(static_cast<std::int32_t>(size));
 }
@@ -122,17 +144,21 @@ std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundar
                         std::uint32_t* err) noexcept {
     TraceScope trace("smtp1000", "smtp10FF");
     const std::size_t nominal = buffer.size() - kGrowth;
-    const ssize_t got = common::read_full(fd, buffer);
+    const ssize_t got = common::read_full(fd, buffer.first(nominal));
     if (got < 0) return fail(trace, "smtp1010", kReadFailed, errno, err);
-    const auto read = static_cast<std::size_t>(got);
-    const bool at_end = read < buffer.size();
-    if (read < nominal) {
-        buffer[read] = '\0';
-        trace.note("smtp1011", static_cast<std::int32_t>(read));
-        return trace.leave(static_cast<std::int32_t>(read));
+    if (static_cast<std::size_t>(got) < nominal) {
+        buffer[static_cast<std::size_t>(got)] = '\0';
+        trace.note("smtp1011", static_cast<std::int32_t>(got));
+        return trace.leave(static_cast<std::int32_t>(got));
     }
-    const std::size_t size = cut_size({buffer.data(), read}, nominal, at_end);
-    if (!give_back(fd, read - size)) return fail(trace, "smtp1020", kReadFailed, errno, err);
+    const auto growth_room = buffer.subspan(nominal);
+    Ahead ahead{};
+    if (!read_ahead(fd, growth_room, ahead))
+        return fail(trace, "smtp1020", kReadFailed, errno, err);
+    const std::size_t read = nominal + ahead.text.size();
+    const std::size_t size = cut_size({buffer.data(), read}, nominal, ahead.at_end(growth_room));
+    if (!give_back(fd, read + ahead.beyond - size))
+        return fail(trace, "smtp1025", kReadFailed, errno, err);
     // Behind the piece the buffer is clear, as the caller handed it over.
     std::memset(buffer.data() + size, 0, std::min(read + 1, buffer.size()) - size);
     const std::string_view piece(buffer.data(), size);

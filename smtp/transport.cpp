@@ -225,7 +225,7 @@ private:
     void end(Result result) noexcept {
         if (!inner_) return;
         result == kOk ? inner_->leave(result) : inner_->fail("smtp0e10", result);
-        outer_->leave(result);
+        result == kOk ? outer_->leave(result) : outer_->fail("SMTP_s0010", result);
         inner_.reset();
         outer_.reset();
     }
@@ -273,7 +273,8 @@ using log::TraceScope;
 std::int32_t SMTP_send(std::int32_t sock, const char* buf, std::int32_t len,
                        std::uint32_t* err) noexcept {
     TraceScope trace("SMTP_s0000", "SMTP_sFFFF");
-    return trace.leave(SMTP_send2(sock, buf, len, err, smtp::kTraced));
+    const std::int32_t rc = SMTP_send2(sock, buf, len, err, smtp::kTraced);
+    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("SMTP_s0010", rc);
 }
 
 std::int32_t SMTP_send2(std::int32_t sock, const char* buf, std::int32_t len, std::uint32_t* err,

@@ -296,6 +296,9 @@ TEST(TraceConfig, SettingsOfASection) {
         {"[ACERT]\nTRACELEVEL=-1\nTRACENUM=9\n", -1, 5, 1, 5, 100, 2},
         {"[ACERT]\nTRACESIZE=9\nTRACENUM=-1\n", -1, 5, 1, 5, 9, 0},
         {"[ACERT]\nTRACELEVEL=\nTRACESIZE=x\n", -1, 5, 1, 5, 0, 0},
+        {"[ACERT]\nTRACESIZE=3000000000\n", -1, 5, 1, 5, INT32_MAX, 0},
+        {"[ACERT]\nTRACELEVEL=4294967297\n", -1, 5, 1, 5, 100, 2},
+        {"[ACERT]\nTRACENUM=4294967297\n", -1, 5, 1, 5, 100, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);

@@ -159,6 +159,7 @@ TEST(CodeSet, Handles) {
 TEST(CodeSet, Conversions) {
     const int to_sjis = Cnv_open("eucJP", "SJIS");
     const int to_euc = Cnv_open("SJIS", "eucJP");
+    const char* const nihongo = "\xC6\xFC\xCB\xDC\xB8\xEC";
     const struct {
         decltype(&Cnv_euctosjis) function;
         int handle;
@@ -171,11 +172,16 @@ TEST(CodeSet, Conversions) {
         {Cnv_sjistoeuc, to_euc, "\xB1\xB2", 9, 4, "\x8E\xB1\x8E\xB2"},
         {Cnv_euctosjis, to_sjis, string("ab\0cd", 5), 9, 2, "ab"},
         {Cnv_euctosjis, to_sjis, "", 9, 0, ""},
-        {Cnv_euctosjis, to_sjis, "ab\xFFz", 9, -2, "ab"},         // invalid
-        {Cnv_euctosjis, to_sjis, "ab\xA4", 9, -2, "ab"},          // incomplete
-        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 9, -2, "ff017a"},   // nothing converted
-        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 5, -2, "ff017"},    // and cut
-        {Cnv_euctosjis, to_sjis, "abcdef", 4, -2, "abcd"},        // no more room
+        {Cnv_euctosjis, to_sjis, "ab\xFFz", 9, -2, "ab"},        // invalid
+        {Cnv_euctosjis, to_sjis, "ab\xA4", 9, -2, "ab"},         // incomplete
+        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 9, -2, "ff017a"},  // nothing converted
+        {Cnv_euctosjis, to_sjis, "\xFF\x01z", 5, -2, "ff017"},   // and cut
+        {Cnv_euctosjis, to_sjis, "abcdef", 4, -2, "abcd"},       // no more room
+        {Cnv_euctosjis, to_sjis, nihongo, 1, -2, "c"},           // none for a character
+        {Cnv_euctosjis, to_sjis, nihongo, 3, -2, "\x93\xFA"},    // none for half of one
+        {Cnv_euctosjis, to_sjis, nihongo, 5, -2, "\x93\xFA\x96\x7B"},
+        {Cnv_sjistoeuc, to_euc, "\x93\xFA\x96\x7B", 3, -2, "\xC6\xFC"},
+        {Cnv_euctosjis, to_sjis, string("\0a\xFF", 3), 9, -2, string("\0a", 2)},
         {Cnv_euctosjis, to_euc, "\xB1\xB2", 64, -2, "\x8E\xB1"},  // wrong direction: it grows
     };
     for (const auto& c : cases) {

@@ -58,6 +58,9 @@ TEST_F(Pieces, WhereTheFirstOneEnds) {
         {"no line end behind the size", lines(1000) + string(60, 'z'), ""},
         {"a line too long stays whole for the next piece", lines(960), string(2000, 'z') + "\r\n"},
         {"a line just fits", lines(960) + string(1086, 'z') + "\r\n", lines(100)},
+        {"a line ends with piece and file", lines(960) + string(1088, 'z'), ""},
+        {"a header ends with piece and file", lines(1000) + head + string(1048 - head.size(), 'z'),
+         ""},
         {"a line longer than a piece is cut", string(2048, 'z'), "z\r\n" + lines(100)},
         {"cut on the delimiter", lines(1000) + head + "\r\nfirst\r\n", lines(2000)},
         {"cut in the header", lines(950) + head + "\r\nfirst\r\n", lines(2000)},
@@ -152,6 +155,7 @@ TEST_F(Pieces, LinesForward) {
         {'\n', 2, "\r\na\r\n\r\nb\r\n", "c\r\n"},
         {'x', 0, string(1022, 'x') + "\r\n", "b\r\n"},
         {'x', 0, string(1024, 'x'), "x\r\n"},  // too long for the room: cut
+        {'x', 1, "a\r\n" + string(1021, 'x'), ""},  // the room is all there is
         {'x', 1, lines(960), string(78, 'x') + "\r\n\r\n"},
     };
     for (const auto& c : cases) {
