@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/paths.hpp"
-#include "common/profile.hpp"
+#include "toolkit/profile.hpp"
 #include "mail_log.h"
 #include "profile.h"
 
@@ -24,7 +24,7 @@ public:
     // Only of a valid one. A number beyond 32 bits is handed out as it is: it is out of any range.
     [[nodiscard]] std::int64_t get(const char* section, const char* key,
                                    std::int32_t fallback) const noexcept {
-        return common::profile_number(*profile_, section, key, fallback);
+        return toolkit::profile_number(*profile_, section, key, fallback);
     }
 
 private:

@@ -14,7 +14,7 @@
 #include "mime/fields.hpp"
 #include "mime/scratch.hpp"
 #include "smtp.h"
-#include "smtp/transport.hpp"
+#include "smtp/blocks.hpp"
 
 namespace ovrmail::mime {
 namespace {

@@ -5,10 +5,8 @@
 #include <array>
 #include <cstring>
 
-#include "common/error_word.hpp"
-#include "common/resolve.hpp"
 #include "common/text.hpp"
-#include "mail_log.h"
+#include "net/connect.hpp"
 #include "pop3.h"
 #include "pop3/transport.hpp"
 
@@ -17,25 +15,21 @@ namespace {
 
 using log::TraceScope;
 
-constexpr int kLookupAttempts = 5;
-constexpr int kConnectAttempts = 7;
-constexpr std::uint16_t kDefaultPort = 110;
 constexpr const char* kServiceNames[] = {"pop3"};
+constexpr net::Service kService{kServiceNames, 110, 5, 7};
 constexpr const char* kMasked = "******";
 constexpr std::size_t kErrorTextSize = 256;  // of the caller's buffer
 constexpr std::size_t kCommandSize = 1028;
 
-in_addr_t host_address(const char* host, std::uint32_t* err, TraceHandle* handle) noexcept {
+std::int32_t find_host(const char* host, in_addr_t& address, std::uint32_t* err,
+                       TraceHandle* handle) noexcept {
     TraceScope trace("getpop0000", "getpopFFFF", handle);
-    const common::Lookup found = common::look_up_ipv4(host, kLookupAttempts);
-    if (found.address == INADDR_NONE) {
-        common::set_error(err, found.resolver_error);
-        MailLogSysErrWrite(g_pLogHandle, "gethostbyname_r", 0, found.resolver_error, nullptr);
-        trace.fail("getpop0010", found.resolver_error);
-        return INADDR_NONE;
-    }
+    const net::Report report = net::look_up(host, kService, address);
+    if (!report.done())
+        return trace.fail("getpop0010", judge(report, kName, err),
+                          static_cast<std::uint32_t>(report.error));
     trace.leave();
-    return found.address;
+    return kOk;
 }
 
 void clear_text(char* error_text) noexcept {
@@ -83,18 +77,15 @@ using pop3::Session;
 std::int32_t Pop3_Connect(const char* host, std::uint32_t port, std::uint32_t* err,
                           TraceHandle* handle) noexcept {
     log::TraceScope trace("Pop3_0100", "Pop3_03ff", handle);
-    const in_addr_t address = pop3::host_address(host != nullptr ? host : "", err, handle);
-    if (address == INADDR_NONE) return trace.fail("Pop3_0110", pop3::kName);
-    const std::uint16_t target =
-        port != 0 ? static_cast<std::uint16_t>(port)
-                  : common::service_port(pop3::kServiceNames, pop3::kDefaultPort);
-
-    const common::Connection made = common::connect_ipv4(address, target, pop3::kConnectAttempts);
-    if (made.fd >= 0) return trace.leave(made.fd);
-    common::set_error(err, made.error);
-    MailLogSysErrWrite(g_pLogHandle, made.call_name(), -1, made.error, nullptr);
-    if (made.ended == common::ConnectStep::kSocket) return trace.fail("Pop3_0210", pop3::kFailed);
-    return trace.fail("Pop3_0310", pop3::kConnect);
+    in_addr_t address = INADDR_NONE;
+    const std::int32_t rc = pop3::find_host(host != nullptr ? host : "", address, err, handle);
+    if (rc != pop3::kOk) return trace.fail("Pop3_0110", rc);
+    int sock = -1;
+    const net::Report report = net::connect_to(address, port, pop3::kService, sock);
+    if (report.done()) return trace.leave(sock);
+    const bool no_socket = report.call == std::string_view("socket");
+    const std::int32_t code = pop3::judge(report, no_socket ? pop3::kFailed : pop3::kConnect, err);
+    return trace.fail(no_socket ? "Pop3_0210" : "Pop3_0310", code);
 }
 
 std::int32_t Pop3_Login(std::int32_t sock, const char* user, const char* password, char* error_text,

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "log/trace_scope.hpp"
+#include "net/lines.hpp"
 
 namespace ovrmail::pop3 {
 
@@ -33,6 +34,10 @@ struct Session {
     std::uint32_t* err;
     TraceHandle* trace;
 };
+
+// What a report that is not done is to this client, with its entry in the mail log: kTimeOut, or
+// `failure` with the error in `err`.
+Result judge(const net::Report& report, Result failure, std::uint32_t* err) noexcept;
 
 // Sends a command and logs `shown` for it. kOk, kFailed or kTimeOut.
 std::int32_t send_command(const Session& session, std::string_view wire, const char* shown,

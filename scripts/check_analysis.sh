@@ -23,7 +23,7 @@ run_cppcheck() {
 }
 
 check_cppcheck() {
-    run_cppcheck --std=c++20 common log smtp pop3 mime mailapi tools
+    run_cppcheck --std=c++20 common toolkit log net smtp pop3 mime mailapi tools
 }
 check_cppcheck_c() {
     run_cppcheck --std=c11 "${programs[@]}"

@@ -22,7 +22,7 @@ check_words() {
 
 check_tidy() {
     cmake --preset dev >/dev/null || return 1
-    list 'common/*.cpp' 'log/*.cpp' 'smtp/*.cpp' 'pop3/*.cpp' 'mime/*.cpp' 'mailapi/*.cpp' \
+    list 'common/*.cpp' 'toolkit/*.cpp' 'log/*.cpp' 'net/*.cpp' 'smtp/*.cpp' 'pop3/*.cpp' 'mime/*.cpp' 'mailapi/*.cpp' \
         'tools/*.cpp' |
         xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build-dev 2>/dev/null
 }

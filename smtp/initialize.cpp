@@ -81,10 +81,9 @@ std::int32_t SMTP_readEhloReply(int sock, std::span<char, kReplySize> capability
     const auto reply = reply_buffer();
     std::int32_t answer = kEhloAccepted;
     set_error(err, 0);
-    common::SeenAhead ahead;
+    net::SeenAhead ahead;
     for (;;) {
-        const std::int32_t rc =
-            receive_line(sock, reply.data(), static_cast<std::int32_t>(reply.size()), &ahead, err);
+        const std::int32_t rc = receive_line(sock, reply, &ahead, err);
         if (rc != kOk) return trace.fail("AUTHR0010", rc);
         log_reply_line();
         if (!replied('2')) answer = kEhloRefused;

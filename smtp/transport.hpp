@@ -1,34 +1,27 @@
 // transport.hpp - what the library itself may do on the connection besides the exported calls.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string_view>
 
-#include "common/socket_io.hpp"
+#include "net/lines.hpp"
+#include "smtp/result.hpp"
 
 namespace ovrmail::smtp {
 
-// Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and trace
-// records as one SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. When
-// the server takes only part, the clock restarts as the blocks go out, so each block has the whole
-// budget. Nothing to send is success. Results and error word as SMTP_send.
-// More is to follow at once, another run or the end mark: the last segment may wait for it.
-std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
-                         std::uint32_t* err) noexcept;
+// The running budget, as SMTP_SetTimeOut and SMTP_SetStartTime have set it.
+net::Budget running_budget() noexcept;
 
-struct TracedLine {
-    const char* point;  // under which the line is noted before it is sent
-    std::string_view text;
-};
+// How a send is counted: see SMTP_send2.
+net::SendRules send_rules(net::Follow follow) noexcept;
 
-// Sends `lines`, which must lie one behind the other in memory, as a note and one SMTP_send for
-// each would (no empty ones; the clock runs on). Results and error word as SMTP_send.
-std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept;
+// What a report is to this client, with its entry in the mail log and its error in `err`: kOk,
+// kTimeOut, or `failure`.
+Result judge(const net::Report& report, Result failure, std::uint32_t* err) noexcept;
 
-// SMTP_recv for the lines of one reply: what is seen of later lines is remembered in `ahead`.
-std::int32_t receive_line(int sock, char* buf, std::int32_t size, common::SeenAhead* ahead,
+// SMTP_recv for the lines of one reply: what is seen of later lines is remembered in `ahead`, which
+// may be null.
+std::int32_t receive_line(int sock, std::span<char> line, net::SeenAhead* ahead,
                           std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::smtp

@@ -15,7 +15,7 @@
 
 #include "pop3.h"
 #include "smtp.h"
-#include "smtp/transport.hpp"
+#include "smtp/blocks.hpp"
 #include "support/fault.hpp"
 #include "support/scripted_server.hpp"
 #include "support/support.hpp"

@@ -4,7 +4,7 @@
 # "// allow: a field of fixed size".
 set -euo pipefail
 cd "${1:-$(dirname "$0")/..}"
-folders=(common log smtp pop3 mime mailapi)
+folders=(common toolkit log net smtp pop3 mime mailapi)
 
 # What is banned, each with the reason given to the one who meets it.
 call='(^|[^A-Za-z0-9_.>])(::|std::)?'

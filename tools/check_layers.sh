@@ -1,19 +1,24 @@
 #!/bin/bash
 # check_layers.sh [ROOT] - fails when a library file includes a layer it must not know.
-# One way only: mailapi -> mime -> smtp -> log -> common, and mailapi -> pop3 -> log.
+# One way only: mailapi -> mime -> smtp -> net -> common and mailapi -> pop3 -> net -> common; logging
+# lies below the clients, the toolkit below logging: smtp, pop3 -> log -> toolkit -> common. The
+# engine in net knows neither.
 set -euo pipefail
 cd "${1:-$(dirname "$0")/..}"
 
 declare -A below=(
     [common]="common"
-    [log]="log common"
-    [smtp]="smtp log common"
-    [pop3]="pop3 log common"
-    [mime]="mime smtp log common"
-    [mailapi]="mailapi mime smtp pop3 log common"
+    [net]="net common"
+    [toolkit]="toolkit common"
+    [log]="log toolkit common"
+    [smtp]="smtp net log toolkit common"
+    [pop3]="pop3 net log toolkit common"
+    [mime]="mime smtp net log toolkit common"
+    [mailapi]="mailapi mime smtp pop3 net log toolkit common"
 )
 declare -A owner=(
-    [mail_types.h]=common [profile.h]=common [file_util.h]=common [inst_info.h]=common
+    [mail_types.h]=common
+    [profile.h]=toolkit [file_util.h]=toolkit [inst_info.h]=toolkit
     [trace.h]=log [mail_log.h]=log
     [smtp.h]=smtp [smtp_auth.h]=smtp [md5.h]=smtp
     [pop3.h]=pop3

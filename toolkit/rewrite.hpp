@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
 
 // Makes `content` all that the file at `path` holds; a missing file is created (0644 less the
 // umask). The file keeps its owner, mode and links: it is written in place. Returns 0, or errno
@@ -16,4 +16,4 @@ namespace ovrmail::common {
 // that only close() reports.
 int rewrite_file(const char* path, std::string_view content) noexcept;
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit

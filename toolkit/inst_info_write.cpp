@@ -9,12 +9,15 @@
 #include <utility>
 
 #include "common/error_word.hpp"
-#include "common/inst_info.hpp"
 #include "common/paths.hpp"
-#include "common/profile.hpp"
 #include "common/text.hpp"
+#include "toolkit/inst_info.hpp"
+#include "toolkit/profile.hpp"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr std::uint32_t kWritable = 1;  // LF line ends
@@ -77,9 +80,9 @@ std::int32_t write_settings(const MailInstInfo& info, std::uint32_t* err) noexce
 }
 
 }  // namespace
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 std::int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, std::uint32_t* err) noexcept {
     if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;

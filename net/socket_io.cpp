@@ -1,5 +1,5 @@
 // socket_io.cpp - waits, lines and sends; see socket_io.hpp.
-#include "common/socket_io.hpp"
+#include "net/socket_io.hpp"
 
 #include <sys/socket.h>
 
@@ -8,7 +8,7 @@
 #include <climits>
 #include <cstring>
 
-namespace ovrmail::common {
+namespace ovrmail::net {
 namespace {
 
 constexpr std::int64_t kLongestWait = INT_MAX / 1000;
@@ -94,4 +94,4 @@ ssize_t send_some(int fd, std::span<const char> bytes, Follow follow) noexcept {
     return without_waiting([&] { return ::send(fd, bytes.data(), bytes.size(), flags); });
 }
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::net

@@ -15,7 +15,10 @@
 #include "common/unique_fd.hpp"
 #include "file_util.h"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr std::int32_t kCopied = 0;
@@ -72,9 +75,9 @@ bool copy_file(const char* from, const struct stat64& status, const char* to) no
 }
 
 }  // namespace
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char* name,
                       const char* target_name) noexcept {

@@ -13,7 +13,7 @@
 #include "common/heap.hpp"
 #include "profile.h"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
 
 inline constexpr std::uint32_t kProfileCrLf = 0x20;  // bit of the open flags
 inline constexpr std::size_t kProfileNameMax = 67;   // longer names are refused everywhere
@@ -39,24 +39,24 @@ struct ProfileSection {
     }
 };
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
 struct MailProfile {
     std::uint32_t flags = 0;
-    ovrmail::common::ProfileState state = ovrmail::common::ProfileState::kUnchanged;
+    ovrmail::toolkit::ProfileState state = ovrmail::toolkit::ProfileState::kUnchanged;
     int read_error = 0;  // errno when there is a file, but it could not be read
-    ovrmail::common::ProfileSection* sections = nullptr;
-    ovrmail::common::ProfileSection* last_section = nullptr;
+    ovrmail::toolkit::ProfileSection* sections = nullptr;
+    ovrmail::toolkit::ProfileSection* last_section = nullptr;
     ovrmail::common::HeapPtr<char[]> text;  // the file as read
     ovrmail::common::Arena arena;
 
-    void append(ovrmail::common::ProfileSection* section) noexcept {
+    void append(ovrmail::toolkit::ProfileSection* section) noexcept {
         (sections == nullptr ? sections : last_section->next) = section;
         last_section = section;
     }
 };
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
 
 // First section of that name, or null.
 ProfileSection* find_section(const MailProfile& profile, std::string_view name) noexcept;
@@ -64,8 +64,8 @@ ProfileSection* find_section(const MailProfile& profile, std::string_view name) 
 // Takes lines off `lines` up to and including the next one that holds a key. False at the end.
 bool next_key(std::string_view& lines, ProfileKey& key) noexcept;
 
-// Com_GetPrivateProfileInt before it is brought into 32 bits: what counts of a value (11 characters)
-// fits this type, so a number out of range is seen as one.
+// Com_GetPrivateProfileInt before it is brought into 32 bits: what counts of a value (11
+// characters) fits this type, so a number out of range is seen as one.
 std::int64_t profile_number(const MailProfile& profile, const char* section, const char* key,
                             std::int32_t fallback) noexcept;
 
@@ -79,4 +79,4 @@ void visit_keys(const ProfileSection& section, Visit visit) noexcept {
         if (!visit(*at)) return;
 }
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit

@@ -12,7 +12,7 @@
 #include <span>
 #include <string_view>
 
-namespace ovrmail::common {
+namespace ovrmail::net {
 
 enum : short { kReadable = POLLIN, kWritable = POLLOUT };
 
@@ -63,4 +63,4 @@ enum class Follow { kNothing, kMore };
 // send() that returns at once (kNotNow: no room) and reports a lost peer as EPIPE only.
 ssize_t send_some(int fd, std::span<const char> bytes, Follow follow = Follow::kNothing) noexcept;
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::net

@@ -9,12 +9,15 @@
 #include <span>
 
 #include "common/error_word.hpp"
-#include "common/inst_info.hpp"
 #include "common/paths.hpp"
 #include "common/text.hpp"
 #include "profile.h"
+#include "toolkit/inst_info.hpp"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr std::int32_t kMissing = -1;  // a stored value of all ones counts as missing, too
@@ -64,9 +67,9 @@ void set_manager_directories(MailInstInfo& info) noexcept {
 }
 
 }  // namespace
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 std::int32_t Info_GetDovrinInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
     if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;

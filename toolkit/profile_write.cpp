@@ -9,10 +9,13 @@
 #include <utility>
 
 #include "common/error_word.hpp"
-#include "common/profile.hpp"
-#include "common/rewrite.hpp"
+#include "toolkit/profile.hpp"
+#include "toolkit/rewrite.hpp"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr std::int32_t kDone = 1;
@@ -137,9 +140,9 @@ struct CloseProfile {
 };
 
 }  // namespace
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 std::int32_t Com_ClosePrivateProfile(MailProfile* profile, const char* path) noexcept {
     return Com_ClosePrivateProfile2(profile, path, nullptr);

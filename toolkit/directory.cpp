@@ -20,7 +20,10 @@
 #include "common/unique_fd.hpp"
 #include "file_util.h"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr mode_t kDirectoryMode = 0755;
@@ -137,9 +140,9 @@ private:
 };
 
 }  // namespace
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 DIR* DirectryOpen(const char* path) noexcept {
     if (path != nullptr) return ::opendir(path);

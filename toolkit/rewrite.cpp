@@ -2,7 +2,7 @@
 //
 // Writing beside the file and renaming would survive a crash as well, but the new file would
 // belong to whoever writes it, and hard and symbolic links would part from it.
-#include "common/rewrite.hpp"
+#include "toolkit/rewrite.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,7 +17,10 @@
 #include "common/unique_fd.hpp"
 #include "file_util.h"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 // 0 or errno; a short write is ENOSPC.
@@ -102,4 +105,4 @@ int rewrite_file(const char* path, std::string_view content) noexcept {
     return failure;
 }
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit

@@ -17,11 +17,14 @@
 #include "common/block_io.hpp"
 #include "common/error_word.hpp"
 #include "common/open_file.hpp"
-#include "common/profile.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
+#include "toolkit/profile.hpp"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
+
+using namespace common;
+
 namespace {
 
 constexpr std::size_t kPieceSize = 1024;  // a longer line goes on as a line of its own
@@ -164,9 +167,9 @@ bool next_key(std::string_view& lines, ProfileKey& key) noexcept {
     return false;
 }
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit
 
-using namespace ovrmail::common;
+using namespace ovrmail::toolkit;
 
 MailProfile* Com_OpenPrivateProfile(const char* path, std::uint32_t flags) noexcept {
     return Com_OpenPrivateProfile2(path, flags, nullptr);

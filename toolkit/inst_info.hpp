@@ -8,7 +8,7 @@
 
 #include "inst_info.h"
 
-namespace ovrmail::common {
+namespace ovrmail::toolkit {
 
 enum InstInfoResult : std::int32_t {
     kInfoOk = 0,
@@ -38,4 +38,4 @@ inline constexpr std::array<InstInfoKey, 3> kCompanionKeys{{
     {kSettingsSection, "QXACS_MajorLevel", &MailInstInfo::ulCompanionLevel},
 }};
 
-}  // namespace ovrmail::common
+}  // namespace ovrmail::toolkit

@@ -1,0 +1,73 @@
+// lines.hpp - the engine under both line clients: a buffer on its way out, a line on its way in,
+// each within a time budget. See report.hpp for how they end.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "net/report.hpp"
+#include "net/socket_io.hpp"
+
+namespace ovrmail::net {
+
+// The client's clock.
+struct Budget {
+    std::int64_t (*seconds_left)(void* clock) noexcept;  // never negative
+    bool (*is_spent)(void* clock) noexcept;  // asked after each part of a send; null: not asked
+    void* clock;
+};
+
+struct ReceiveRules {
+    LineEnd end;
+    bool wait_shrinks;  // whether every wait is what is left, or what was left when the line began
+                        // or after the last interruption or empty read
+};
+
+// Reads one line into `line`, which is cleared first, and nothing behind it; a line as long as
+// `line` comes without its end. `filled`: the bytes read, also after a failure. The sixth empty
+// read in a row is the end of the connection. `ahead`, which may be null, remembers what is seen of
+// later lines of the same reply.
+Report receive_line(int fd, std::span<char> line, const ReceiveRules& rules, const Budget& budget,
+                    SeenAhead* ahead, std::size_t& filled) noexcept;
+
+struct SendRules {
+    int empty_limit;      // sends that take nothing
+    int interrupt_limit;  // sends that a signal interrupts; 0: any number
+    Follow follow;
+};
+
+// A buffer on its way out, part by part.
+class Sender {
+public:
+    Sender(int fd, std::span<const char> bytes, const SendRules& rules,
+           const Budget& budget) noexcept
+        : fd_(fd), rest_(bytes), rules_(rules), budget_(budget) {}
+
+    // Goes on until the kernel has taken some more. True when the sending has ended, as `report`
+    // says.
+    [[nodiscard]] bool step(Report& report) noexcept;
+
+    // All of it, at once.
+    [[nodiscard]] Report run() noexcept;
+
+    [[nodiscard]] std::size_t left() const noexcept { return rest_.size(); }
+
+    // What is counted is counted anew from here.
+    void begin_unit() noexcept { empty_ = interrupted_ = 0; }
+
+private:
+    Report go_on(ssize_t sent, int error) noexcept;
+    Report on_error(int error) noexcept;
+    Report wait_for_room() noexcept;
+
+    int fd_;
+    std::span<const char> rest_;
+    SendRules rules_;
+    Budget budget_;
+    int empty_ = 0;
+    int interrupted_ = 0;
+    bool took_part_ = false;
+};
+
+}  // namespace ovrmail::net

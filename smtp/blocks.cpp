@@ -1,0 +1,95 @@
+// blocks.cpp - a buffer that leaves in units, each with the trace records of an SMTP_send of its
+// own; see blocks.hpp. Streaming and partial pieces send through these. Owns no state.
+#include "smtp/blocks.hpp"
+
+#include <algorithm>
+#include <optional>
+
+#include "log/trace_scope.hpp"
+#include "smtp.h"
+#include "smtp/transport.hpp"
+
+namespace ovrmail::smtp {
+namespace {
+
+using log::TraceScope;
+
+enum Clock : bool { kRunsOn, kRestarts };  // what the clock does when a unit begins
+
+struct Unit {
+    std::size_t length;
+    const char* point;  // null: not noted
+};
+
+// `unit_of(n)` is unit n of the buffer.
+template <class UnitOf>
+class Units {
+public:
+    Units(std::span<const char> bytes, UnitOf unit_of, Clock clock) noexcept
+        : bytes_(bytes), unit_of_(unit_of), clock_(clock) {}
+
+    Result send(int sock, std::uint32_t* err) noexcept {
+        if (bytes_.empty()) return kOk;
+        net::Sender sender(sock, bytes_, send_rules(net::Follow::kMore), running_budget());
+        begin_up_to(0);
+        net::Report report;
+        while (!sender.step(report))
+            if (begin_up_to(bytes_.size() - sender.left())) sender.begin_unit();
+        const Result result = judge(report, kSend, err);
+        if (result == kOk) begin_up_to(bytes_.size());
+        end(result);
+        return result;
+    }
+
+private:
+    // Begins the units that start at or below `offset`. Returns whether there are any.
+    bool begin_up_to(std::size_t offset) noexcept {
+        const std::size_t before = next_;
+        while (next_ <= offset && next_ < bytes_.size()) {
+            end(kOk);
+            if (clock_ == kRestarts) SMTP_SetStartTime();
+            const Unit unit = unit_of_(count_++);
+            const std::string_view text(bytes_.data() + next_,
+                                        std::min(unit.length, bytes_.size() - next_));
+            if (unit.point != nullptr) log::note(unit.point, text);
+            outer_.emplace("SMTP_s0000", "SMTP_sFFFF");
+            inner_.emplace("smtp0e00", "smtp0eFF");
+            inner_->note("smtp0e05", text);
+            next_ += text.size();
+        }
+        return next_ != before;
+    }
+
+    void end(Result result) noexcept {
+        if (!inner_) return;
+        result == kOk ? inner_->leave(result) : inner_->fail("smtp0e10", result);
+        result == kOk ? outer_->leave(result) : outer_->fail("SMTP_s0010", result);
+        inner_.reset();
+        outer_.reset();
+    }
+
+    std::span<const char> bytes_;
+    UnitOf unit_of_;
+    Clock clock_;
+    std::optional<TraceScope> outer_, inner_;
+    std::size_t next_ = 0;  // where the next unit begins
+    std::size_t count_ = 0;
+};
+
+}  // namespace
+
+std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
+                         std::uint32_t* err) noexcept {
+    const auto unit = [block](std::size_t) { return Unit{block, nullptr}; };
+    return Units(bytes, unit, kRestarts).send(sock, err);
+}
+
+std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept {
+    if (lines.empty()) return kOk;
+    const std::string_view last = lines.back().text;
+    const std::span<const char> bytes(lines.front().text.data(), last.data() + last.size());
+    const auto unit = [lines](std::size_t n) { return Unit{lines[n].text.size(), lines[n].point}; };
+    return Units(bytes, unit, kRunsOn).send(sock, err);
+}
+
+}  // namespace ovrmail::smtp
