@@ -94,7 +94,7 @@ bool open_file(MailLogHandle& log) noexcept {
 
 }  // namespace
 
-MailLogHandle* open_mail_log(const Settings& settings) noexcept {
+LogPtr open_mail_log(const Settings& settings) noexcept {
     common::HeapPtr<MailLogHandle> log(
         static_cast<MailLogHandle*>(std::calloc(1, sizeof(MailLogHandle))));
     if (log == nullptr) return nullptr;
@@ -102,11 +102,11 @@ MailLogHandle* open_mail_log(const Settings& settings) noexcept {
     log->number = read_setting(settings, kNumber);
     if (log->number == 0 || !open_file(*log)) return nullptr;
     write_opening_banner(*log);
-    return log.release();
+    return LogPtr(log.release());
 }
 
 }  // namespace ovrmail::log
 
 MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
-    return ovrmail::log::open_mail_log(ovrmail::log::Settings());
+    return ovrmail::log::open_mail_log(ovrmail::log::Settings()).release();
 }

@@ -1,5 +1,5 @@
-// own_file.hpp - files in the product's directories, where others may write, too: what somebody else
-// laid there first is neither followed, waited for nor written to.
+// own_file.hpp - files in the product's directories, where others may write, too: what somebody
+// else laid there first is neither followed, waited for nor written to.
 #pragma once
 
 #include <sys/stat.h>

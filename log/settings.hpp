@@ -3,20 +3,15 @@
 #pragma once
 
 #include "common/paths.hpp"
+#include "log/handles.hpp"
 #include "toolkit/profile.hpp"
-#include "mail_log.h"
-#include "profile.h"
 
 namespace ovrmail::log {
 
 class Settings {
 public:
-    Settings() noexcept : profile_(Com_OpenPrivateProfile(common::paths::kTraceConfig, 0)) {}
-    ~Settings() {
-        if (profile_ != nullptr) (void)Com_ClosePrivateProfile(profile_, nullptr);
-    }
-    Settings(const Settings&) = delete;
-    Settings& operator=(const Settings&) = delete;
+    Settings() noexcept
+        : profile_(toolkit::open_profile(common::paths::kTraceConfig, 0, nullptr)) {}
 
     // False when memory ran out. A missing file is an empty one.
     [[nodiscard]] bool valid() const noexcept { return profile_ != nullptr; }
@@ -28,12 +23,12 @@ public:
     }
 
 private:
-    MailProfile* profile_;
+    toolkit::ProfilePtr profile_;
 };
 
 // GetTraceInfo and MailLogOpen with settings at hand.
 std::int32_t trace_info(const Settings& settings, const char* section, std::int32_t* size_kb,
                         std::int32_t* level, std::int32_t* number) noexcept;
-MailLogHandle* open_mail_log(const Settings& settings) noexcept;
+LogPtr open_mail_log(const Settings& settings) noexcept;
 
 }  // namespace ovrmail::log

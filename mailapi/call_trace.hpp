@@ -6,14 +6,13 @@
 
 #include "log/settings.hpp"
 #include "mailapi/work_file.hpp"
-#include "trace.h"
 
 namespace ovrmail::mailapi {
 
 // Prunes the rings of `name` and opens a new one with the settings of `section`, 5 KiB and five
 // files where it is silent. Null when that fails: the call then goes untraced.
-inline TraceHandle* open_call_trace(const log::Settings& settings, const char* section,
-                                    const char* name, std::int32_t default_level) noexcept {
+inline log::TracePtr open_call_trace(const log::Settings& settings, const char* section,
+                                     const char* name, std::int32_t default_level) noexcept {
     std::int32_t size_kb = 5;
     std::int32_t level = default_level;
     std::int32_t number = 5;
@@ -21,8 +20,8 @@ inline TraceHandle* open_call_trace(const log::Settings& settings, const char* s
     DeleteOldFiles(0, name, number, static_cast<std::uint32_t>(level));
     std::array<char, kPathSize> path{};
     MakeTraceFileName(path.data(), 0, name, static_cast<std::uint32_t>(level));
-    return Topen(path.data(), static_cast<std::uint32_t>(size_kb),
-                 static_cast<std::uint32_t>(level));
+    return log::TracePtr(
+        Topen(path.data(), static_cast<std::uint32_t>(size_kb), static_cast<std::uint32_t>(level)));
 }
 
 }  // namespace ovrmail::mailapi

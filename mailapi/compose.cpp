@@ -52,7 +52,7 @@ std::int32_t open_composed(SendJob& job) noexcept {
 std::int32_t compose_message(SendJob& job) noexcept {
     job.boundary.fill('\0');
     const mime::TopData top{.from = job.args.sender,
-                            .to = job.recipient,
+                            .to = job.recipients,
                             .subject = job.subject.data(),
                             .boundary = job.has_attachment ? job.boundary.data() : nullptr,
                             .skip_address = job.partial};

@@ -1,13 +1,14 @@
 // conversation.cpp - from the connection to QUIT (RFC 5321), for a composed message sent whole or
 // in pieces and for a prepared one.
 //
-// Last step of a send. Owns the rules that say which failure leaves what in the detail buffer.
+// Last step of a send. Owns the connection, and the rules that say which failure leaves what in the
+// detail buffer.
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
+#include "common/unique_fd.hpp"
 #include "file_util.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
@@ -23,150 +24,166 @@ namespace {
 // What a failing call leaves in the detail buffer, by the result its code maps to.
 struct Call {
     const char* point;
-    bool rejected_reply;    // MAIL_E_REJECTED: the server's reply
-    bool system_number;     // MAIL_E_SYSTEM: the error word
-    bool work_file_number;  // MAIL_E_WORK_FILE: the error word
-    bool any_number;        // whatever the result: the error word
+    bool rejected_reply = false;    // MAIL_E_REJECTED: the server's reply
+    bool system_number = false;     // MAIL_E_SYSTEM: the error word
+    bool work_file_number = false;  // MAIL_E_WORK_FILE: the error word
+    bool any_number = false;        // whatever the result: the error word
+    bool is_mail = false;           // MAIL_E_REJECTED depends on what became of authentication
 };
-constexpr Call kConnect{"EMAILAPI0110", false, false, false, true};
-constexpr Call kInitialize{"EMAILAPI0120", true, true, false, false};
-constexpr Call kMail{"EMAILAPI0130", true, true, false, false};
-constexpr Call kStartData{"EMAILAPI0140", true, true, false, false};
-constexpr Call kSendData{"EMAILAPI0150", false, true, true, false};
-constexpr Call kPieceMemory{"EMAILAPI0160", false, false, false, false};
-constexpr Call kGetPiece{"EMAILAPI0170", false, false, true, false};
-constexpr Call kSendPiece{"EMAILAPI0180", false, true, false, false};
-constexpr Call kEndData{"EMAILAPI0190", true, true, false, false};
-constexpr Call kQuit{"EMAILAPI01A0", false, true, false, false};
+constexpr Call kConnect{.point = "EMAILAPI0110", .any_number = true};
+constexpr Call kInitialize{.point = "EMAILAPI0120", .rejected_reply = true, .system_number = true};
+constexpr Call kMail{
+    .point = "EMAILAPI0130", .rejected_reply = true, .system_number = true, .is_mail = true};
+constexpr Call kStartData{.point = "EMAILAPI0140", .rejected_reply = true, .system_number = true};
+constexpr Call kSendData{.point = "EMAILAPI0150", .system_number = true, .work_file_number = true};
+constexpr Call kPieceMemory{.point = "EMAILAPI0160"};
+constexpr Call kGetPiece{.point = "EMAILAPI0170", .work_file_number = true};
+constexpr Call kSendPiece{.point = "EMAILAPI0180", .system_number = true};
+constexpr Call kEndData{.point = "EMAILAPI0190", .rejected_reply = true, .system_number = true};
+constexpr Call kQuit{.point = "EMAILAPI01A0", .system_number = true};
 
-void trace_text(const char* point, const char* text) noexcept {
-    Twrite(g_trace, log::kLevelFailure, point, text, static_cast<std::uint32_t>(std::strlen(text)));
-}
+// The call that ended a conversation early.
+struct Failure {
+    const Call* call = nullptr;  // null: none did
+    std::int32_t code = 0;
+    std::uint32_t err = 0;
+};
 
-void trace_values(const SendJob& job, const char* point, std::int32_t code) noexcept {
-    fail_at(point, code);
-    fail_at(point, job.sock.get());
-    fail_at(point, code, job.err);
-    trace_text(point, job.args.sender);
-    trace_text(point, job.recipient);
-    trace_text(point, job.boundary.data());
-    fail_at(point, job.piece_number);
-    fail_at(point, job.piece_count);
-}
-
-// What the conversation held open ends here, after success and after every failure.
-void end_processing(SendJob& job) noexcept {
-    log::TraceScope trace("ENDPROC0000", "ENDPROCFFFF");
-    job.sock.reset();
-    job.piece.reset();
-    job.composed.discard();
-    trace.leave();
-}
-
-std::int32_t fail_call(SendJob& job, const Call& call, std::int32_t code) noexcept {
-    trace_values(job, call.point, code);
-    end_processing(job);
-    const std::int32_t result = map_result(code);
-    if (result == MAIL_E_REJECTED && call.rejected_reply) {
-        SMTP_GetSmtpSvResponce(job.args.detail);
+// One conversation. What it holds open, and the composed file, end with it, however it ends.
+class Conversation {
+public:
+    explicit Conversation(SendJob& job) noexcept : job_(job) {}
+    ~Conversation() {
+        log::TraceScope trace("ENDPROC0000", "ENDPROCFFFF");
+        sock_.reset();
+        piece_.reset();
+        job_.composed.discard();
+        trace.leave();
     }
-    if (call.any_number || (result == MAIL_E_SYSTEM && call.system_number) ||
-        (result == MAIL_E_WORK_FILE && call.work_file_number)) {
-        detail_number(job.detail(), job.err);
+    Conversation(const Conversation&) = delete;
+    Conversation& operator=(const Conversation&) = delete;
+
+    Failure run() noexcept {
+        if (open() && (job_.partial ? send_pieces() : send_whole()))
+            passed(kQuit, SMTP_QUIT(sock_.get(), &err_));
+        return failure_;
     }
-    return result;
-}
+
+private:
+    // Whether a call went well. One that did not is the end, and is noted with all it was about.
+    bool passed(const Call& call, std::int32_t code) noexcept {
+        if (code >= 0) return true;
+        failure_ = {&call, code, err_};
+        for (const auto value :
+             {static_cast<std::uint32_t>(code), static_cast<std::uint32_t>(sock_.get()), err_})
+            fail_at(call.point, code, value);
+        for (const char* const text :
+             {job_.args.sender, job_.recipients, static_cast<const char*>(job_.boundary.data())})
+            Twrite(g_trace, log::kLevelFailure, call.point, text,
+                   static_cast<std::uint32_t>(std::strlen(text)));
+        for (const std::int32_t value : {piece_number_, job_.piece_count})
+            fail_at(call.point, value);
+        return false;
+    }
+
+    bool open() noexcept {
+        const std::int32_t sock = SMTP_connect(job_.args.server, job_.split.ulPort, &err_);
+        if (!passed(kConnect, sock)) return false;
+        sock_.reset(sock);
+        const std::int32_t status = SMTP_initialize(sock, job_.args.auth, &err_);
+        if (!passed(kInitialize, status)) return false;
+        job_.auth_status = status;
+        return true;
+    }
+
+    bool name_addresses() noexcept {
+        return passed(kMail, SMTP_MAIL(sock_.get(), job_.args.sender, job_.recipients, &err_));
+    }
+    bool start_data() noexcept { return passed(kStartData, SMTP_startData(sock_.get(), &err_)); }
+    bool end_data() noexcept { return passed(kEndData, SMTP_endData(sock_.get(), &err_)); }
+
+    bool send_whole() noexcept {
+        return name_addresses() && start_data() &&
+               passed(kSendData, mime::stream_file(sock_.get(), job_.composed.fd(),
+                                                   job_.composed_size, &err_)) &&
+               end_data();
+    }
+
+    bool send_pieces() noexcept {
+        piece_ = common::make_zeroed<char>(job_.piece_size());
+        if (piece_ == nullptr) return passed(kPieceMemory, kNoMemory);
+        if (FileSeek(job_.composed.fd(), 0, SEEK_SET) < 0) return lose_file(GetErrorCode());
+        for (piece_number_ = 1; piece_number_ <= job_.piece_count; ++piece_number_)
+            if (!send_piece()) return false;
+        return true;
+    }
+
+    bool send_piece() noexcept {
+        if (!name_addresses()) return false;
+        // Kept: the status counts for the first piece only, and not for the result of a split mail.
+        job_.auth_status = smtp::kOk;
+        std::int32_t length = 0;
+        if (!start_data() || !read_piece(length) ||
+            !passed(kSendPiece,
+                    SMTP_sendData_Partial(sock_.get(), piece_.get(), length, job_.args.sender,
+                                          job_.recipients, job_.subject.data(), piece_number_,
+                                          job_.piece_count, job_.message_id.data(), &err_)) ||
+            !end_data())
+            return false;
+        // Kept: RSET follows every piece, the last one too, and its reply decides nothing.
+        static_cast<void>(SMTP_RSET(sock_.get(), &err_));
+        return true;
+    }
+
+    // Somebody who has shortened the composed file since it was finished has made another mail of
+    // it, which gets no end mark.
+    bool read_piece(std::int32_t& length) noexcept {
+        length = SMTP_getSendData(job_.composed.fd(), piece_.get(), job_.split.lSplitSize,
+                                  job_.boundary.data(), &err_);
+        if (!passed(kGetPiece, length)) return false;
+        struct stat64 status {};
+        if (::fstat64(job_.composed.fd(), &status) != 0) return lose_file(errno);
+        const bool whole = length > 0 && status.st_size >= job_.composed_size;
+        return whole || lose_file(EIO);
+    }
+
+    bool lose_file(int error) noexcept {
+        err_ = static_cast<std::uint32_t>(error);
+        return passed(kGetPiece, mime::kReadFailed);
+    }
+
+    SendJob& job_;
+    common::UniqueFd sock_;
+    common::HeapPtr<char[]> piece_;
+    std::int32_t piece_number_ = 0;
+    std::uint32_t err_ = 0;
+    Failure failure_;
+};
 
 // A refused sender or recipient is told apart when authentication was asked for in vain.
-std::int32_t fail_mail(SendJob& job, std::int32_t code) noexcept {
-    const std::int32_t result = fail_call(job, kMail, code);
-    if (result != MAIL_E_REJECTED) return result;
-    if (job.initialize_status == smtp::kAuthRefused) return MAIL_E_REJECTED_AUTH_FAILED;
-    if (job.initialize_status == smtp::kNoMechanism) return MAIL_E_REJECTED_NO_AUTH;
-    return result;
+std::int32_t refusal(const Call& call, std::int32_t auth_status) noexcept {
+    if (call.is_mail && auth_status == smtp::kAuthRefused) return MAIL_E_REJECTED_AUTH_FAILED;
+    if (call.is_mail && auth_status == smtp::kNoMechanism) return MAIL_E_REJECTED_NO_AUTH;
+    return MAIL_E_REJECTED;
 }
 
-std::int32_t open_session(SendJob& job) noexcept {
-    const std::int32_t sock = SMTP_connect(job.args.server, job.split.ulPort, &job.err);
-    if (sock < 0) return fail_call(job, kConnect, sock);
-    job.sock.reset(sock);
-    const std::int32_t status = SMTP_initialize(sock, job.args.auth, &job.err);
-    if (status < 0) return fail_call(job, kInitialize, status);
-    job.initialize_status = status;
-    return 0;
-}
-
-std::int32_t send_whole(SendJob& job) noexcept {
-    const int sock = job.sock.get();
-    std::int32_t rc = SMTP_MAIL(sock, job.args.sender, job.recipient, &job.err);
-    if (rc < 0) return fail_mail(job, rc);
-    rc = SMTP_startData(sock, &job.err);
-    if (rc < 0) return fail_call(job, kStartData, rc);
-    rc = mime::stream_file(sock, job.composed.fd(), job.composed_size, &job.err);
-    if (rc < 0) return fail_call(job, kSendData, rc);
-    rc = SMTP_endData(sock, &job.err);
-    if (rc < 0) return fail_call(job, kEndData, rc);
-    return 0;
-}
-
-// 0, or EIO when somebody has shortened the composed file since it was finished: what is read of it
-// then is not the mail. The error of fstat() when that cannot be found out.
-std::uint32_t find_loss(const SendJob& job) noexcept {
-    struct stat64 status {};
-    if (::fstat64(job.composed.fd(), &status) != 0) return static_cast<std::uint32_t>(errno);
-    return status.st_size < job.composed_size ? EIO : 0;
-}
-
-std::int32_t send_piece(SendJob& job) noexcept {
-    const int sock = job.sock.get();
-    std::int32_t rc = SMTP_MAIL(sock, job.args.sender, job.recipient, &job.err);
-    if (rc < 0) return fail_mail(job, rc);
-    // Kept: the status counts for the first piece only, and not for the result of a split mail.
-    job.initialize_status = 0;
-    rc = SMTP_startData(sock, &job.err);
-    if (rc < 0) return fail_call(job, kStartData, rc);
-    const std::int32_t length = SMTP_getSendData(
-        job.composed.fd(), job.piece.get(), job.split.lSplitSize, job.boundary.data(), &job.err);
-    if (length < 0) return fail_call(job, kGetPiece, length);
-    job.err = length == 0 ? EIO : find_loss(job);
-    if (job.err != 0) return fail_call(job, kGetPiece, mime::kReadFailed);
-    rc = SMTP_sendData_Partial(sock, job.piece.get(), length, job.args.sender, job.recipient,
-                               job.subject.data(), job.piece_number, job.piece_count,
-                               job.message_id.data(), &job.err);
-    if (rc < 0) return fail_call(job, kSendPiece, rc);
-    rc = SMTP_endData(sock, &job.err);
-    if (rc < 0) return fail_call(job, kEndData, rc);
-    // Kept: RSET follows every piece, the last one too, and its reply decides nothing.
-    static_cast<void>(SMTP_RSET(sock, &job.err));
-    return 0;
-}
-
-std::int32_t send_pieces(SendJob& job) noexcept {
-    job.piece = common::make_zeroed<char>(job.piece_size());
-    if (job.piece == nullptr) return fail_call(job, kPieceMemory, kNoMemory);
-    if (FileSeek(job.composed.fd(), 0, SEEK_SET) < 0) {
-        job.err = static_cast<std::uint32_t>(GetErrorCode());
-        return fail_call(job, kGetPiece, mime::kReadFailed);
+// The result of a failed conversation, with its detail.
+std::int32_t report(SendJob& job, const Failure& failure) noexcept {
+    const Call& call = *failure.call;
+    const std::int32_t result = map_result(failure.code);
+    if (result == MAIL_E_REJECTED && call.rejected_reply) SMTP_GetSmtpSvResponce(job.args.detail);
+    if (call.any_number || (result == MAIL_E_SYSTEM && call.system_number) ||
+        (result == MAIL_E_WORK_FILE && call.work_file_number)) {
+        detail_number(job.detail(), failure.err);
     }
-    for (job.piece_number = 1; job.piece_number <= job.piece_count; ++job.piece_number) {
-        if (const std::int32_t rc = send_piece(job); rc < 0) return rc;
-    }
-    job.piece.reset();
-    return 0;
+    return result == MAIL_E_REJECTED ? refusal(call, job.auth_status) : result;
 }
 
 }  // namespace
 
 std::int32_t converse(SendJob& job) noexcept {
-    job.err = 0;
-    std::int32_t rc = open_session(job);
-    if (rc < 0) return rc;
-    rc = job.partial ? send_pieces(job) : send_whole(job);
-    if (rc < 0) return rc;
-    rc = SMTP_QUIT(job.sock.get(), &job.err);
-    if (rc < 0) return fail_call(job, kQuit, rc);
-    end_processing(job);
-    return 0;
+    const Failure failure = Conversation(job).run();
+    return failure.call == nullptr ? 0 : report(job, failure);
 }
 
 }  // namespace ovrmail::mailapi

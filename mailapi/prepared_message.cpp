@@ -22,7 +22,7 @@ std::int32_t write_headers(SendJob& job) noexcept {
     if (job.parts.size() > kHeaderIndex) {
         return SMTP_makeAppend_TargetFile(fd, path_at(job, kHeaderIndex), &job.file_err);
     }
-    return SMTP_makeMIME(fd, job.args.sender, job.recipient, job.subject.data(), &job.file_err);
+    return SMTP_makeMIME(fd, job.args.sender, job.recipients, job.subject.data(), &job.file_err);
 }
 
 std::int32_t compose_prepared(SendJob& job) noexcept {

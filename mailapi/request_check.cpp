@@ -58,10 +58,10 @@ std::int32_t check_recipient(SendJob& job) noexcept {
     if (entry.kind != MAIL_KIND_RECIPIENT || entry.value == nullptr) {
         return fail_at("EMAILAPI0022", MAIL_E_RECIPIENT, entry.kind);
     }
-    job.recipient = static_cast<const char*>(entry.value);
-    if (!has_length(job.recipient, MAIL_ADDRESS_MAX))
+    job.recipients = static_cast<const char*>(entry.value);
+    if (!has_length(job.recipients, MAIL_ADDRESS_MAX))
         return fail_at("EMAILAPI0024", MAIL_E_RECIPIENT);
-    if (has_line_break(job.recipient)) return fail_at("EMAILAPI0026", MAIL_E_RECIPIENT);
+    if (has_line_break(job.recipients)) return fail_at("EMAILAPI0026", MAIL_E_RECIPIENT);
     return 0;
 }
 

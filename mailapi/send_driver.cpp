@@ -6,6 +6,7 @@
 #include "mail_api.h"
 #include "mailapi/steps.hpp"
 #include "mailapi/uncancelled.hpp"
+#include "smtp/result.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -57,9 +58,11 @@ std::int32_t send_mail(SendJob& job) noexcept {
         rc = send_ordinary(job);
         if (rc < 0) return rc;
     }
-    if (job.initialize_status != 0) return MAIL_SENT_UNAUTHENTICATED;
+    if (job.auth_status != smtp::kOk) return MAIL_SENT_UNAUTHENTICATED;
     return job.unconverted ? MAIL_SENT_UNCONVERTED : MAIL_SENT;
 }
+
+}  // namespace
 
 std::int32_t run(const SendArguments& args) noexcept {
     const Uncancelled uncancelled;
@@ -69,7 +72,6 @@ std::int32_t run(const SendArguments& args) noexcept {
     return result < 0 ? trace.fail("EMAILAPI00FF", result) : trace.leave(result);
 }
 
-}  // namespace
 }  // namespace ovrmail::mailapi
 
 std::int32_t OvRm_SendEMailPartial_parts(std::uint32_t /*unused*/, const MailEntry* recipients,
@@ -79,6 +81,17 @@ std::int32_t OvRm_SendEMailPartial_parts(std::uint32_t /*unused*/, const MailEnt
                                          std::uint32_t partial_flag, const MailSplitOption* split,
                                          const MailTimeout* time_out, const MailEntry* auth,
                                          char* detail, const char* work_dir) noexcept {
-    return ovrmail::mailapi::run({recipients, recipient_count, parts, part_count, sender, subject,
-                                  server, partial_flag, split, time_out, auth, detail, work_dir});
+    return ovrmail::mailapi::run({.recipients = recipients,
+                                  .recipient_count = recipient_count,
+                                  .parts = parts,
+                                  .part_count = part_count,
+                                  .sender = sender,
+                                  .subject = subject,
+                                  .server = server,
+                                  .partial_flag = partial_flag,
+                                  .split = split,
+                                  .time_out = time_out,
+                                  .auth = auth,
+                                  .detail = detail,
+                                  .work_dir = work_dir});
 }

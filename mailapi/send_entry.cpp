@@ -10,10 +10,9 @@
 #include "log/settings.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_api.h"
-#include "mail_log.h"
 #include "mailapi/call_trace.hpp"
+#include "mailapi/steps.hpp"
 #include "mailapi/uncancelled.hpp"
-#include "mailapi/work_file.hpp"
 
 namespace ovrmail::mailapi {
 namespace {
@@ -23,24 +22,34 @@ namespace {
 std::atomic<std::int32_t> g_busy = 0;
 
 // The trace and the mail log of one call, which may stay off, and the end of the busy flag.
-class Session {
+class Call {
 public:
-    Session() noexcept {
+    Call() noexcept {
         g_trace = nullptr;
         g_pLogHandle = nullptr;
+        trace_ = open_call_trace(settings_, "ACERT", "acert", 1);
+        g_trace = trace_.get();
     }
-    ~Session() {
-        Tclose(g_trace);
-        MailLogClose(g_pLogHandle);
+    ~Call() {
+        trace_.reset();
+        log_.reset();
         g_trace = nullptr;
         g_pLogHandle = nullptr;
         g_busy = 0;
     }
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    void open_log() noexcept {
+        log_ = log::open_mail_log(settings_);
+        g_pLogHandle = log_.get();
+    }
 
 private:
     Uncancelled uncancelled_;
+    log::Settings settings_;
+    log::TracePtr trace_;
+    log::LogPtr log_;
 };
 
 }  // namespace
@@ -53,14 +62,22 @@ std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient
                             const MailEntry* auth, char* detail) noexcept {
     using namespace ovrmail;
     if (mailapi::g_busy.exchange(1) != 0) return MAIL_E_BUSY;
-    const mailapi::Session session;
-    const log::Settings settings;
-    g_trace = mailapi::open_call_trace(settings, "ACERT", "acert", 1);
+    mailapi::Call call;
     log::TraceScope trace("SNDEMAIL0000", "ACERTFFFF");
     std::array<char, mailapi::kPathSize> work_dir{};
     common::format_into(work_dir, common::paths::kWorkDirFormat, common::paths::kDataDir);
-    g_pLogHandle = log::open_mail_log(settings);
-    return trace.leave(OvRm_SendEMailPartial_parts(
-        0, recipients, recipient_count, parts, part_count, sender, subject, server, partial_flag,
-        split, time_out, auth, detail, work_dir.data()));
+    call.open_log();
+    return trace.leave(mailapi::run({.recipients = recipients,
+                                     .recipient_count = recipient_count,
+                                     .parts = parts,
+                                     .part_count = part_count,
+                                     .sender = sender,
+                                     .subject = subject,
+                                     .server = server,
+                                     .partial_flag = partial_flag,
+                                     .split = split,
+                                     .time_out = time_out,
+                                     .auth = auth,
+                                     .detail = detail,
+                                     .work_dir = work_dir.data()}));
 }

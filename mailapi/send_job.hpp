@@ -10,7 +10,6 @@
 #include <span>
 
 #include "common/heap.hpp"
-#include "common/unique_fd.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_types.h"
 #include "mailapi/work_file.hpp"
@@ -43,7 +42,7 @@ struct SendJob {
 
     // The request, checked.
     const SendArguments& args;
-    const char* recipient = nullptr;
+    const char* recipients = nullptr;  // addresses, separated by commas
     std::span<const MailEntry> parts;
     MailSplitOption split{MAIL_SPLIT_DEFAULT, 0};
     bool partial = false;
@@ -64,15 +63,11 @@ struct SendJob {
     std::uint32_t file_err = 0;
 
     // Pieces.
-    common::HeapPtr<char[]> piece;
     std::int32_t piece_count = 0;
-    std::int32_t piece_number = 0;
     std::array<char, 1029> message_id{};
 
-    // The conversation.
-    common::UniqueFd sock;
-    std::uint32_t err = 0;
-    std::int32_t initialize_status = 0;
+    // What became of the SMTP AUTH asked for: kOk, kNoMechanism or kAuthRefused of smtp/result.hpp.
+    std::int32_t auth_status = 0;
 
     [[nodiscard]] const char* body_text() const noexcept {
         return static_cast<const char*>(parts[0].value);

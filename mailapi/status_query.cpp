@@ -61,11 +61,9 @@ using namespace ovrmail;
 using namespace ovrmail::mailapi;
 
 std::int32_t OvRm_GetStatusDovrin(std::uint32_t* status, std::uint32_t* err) noexcept {
-    TraceHandle* const handle = open_call_trace(log::Settings(), "AGETS", "agets", 0);
-    log::TraceScope trace("STATUS0000", "STATUSFFFF", handle);
-    const std::int32_t rc = trace.leave(OvRm_GetStatusDovrin2(status, err, handle));
-    Tclose(handle);
-    return rc;
+    const log::TracePtr handle = open_call_trace(log::Settings(), "AGETS", "agets", 0);
+    log::TraceScope trace("STATUS0000", "STATUSFFFF", handle.get());
+    return trace.leave(OvRm_GetStatusDovrin2(status, err, handle.get()));
 }
 
 std::int32_t OvRm_GetStatusDovrin2(std::uint32_t* status, std::uint32_t* err,

@@ -6,11 +6,16 @@
 
 namespace ovrmail::mailapi {
 
+// send_driver.cpp: all of them, for either entry. The result of the call.
+std::int32_t run(const SendArguments& args) noexcept;
+
 // request_check.cpp
 std::int32_t check_request(SendJob& job) noexcept;
 
-// mail_options.cpp
-std::int32_t read_mail_options() noexcept;  // -1 when the file cannot be read; nobody minds
+// mail_options.cpp: -1 when memory runs out; the setting is then the default
+std::int32_t read_mail_options() noexcept;
+
+// auth_check.cpp
 std::int32_t check_auth_option(const MailEntry& auth) noexcept;
 std::int32_t check_auth_account(const MailAuthAccount& account) noexcept;
 

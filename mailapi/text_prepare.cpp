@@ -74,22 +74,30 @@ std::int32_t euc_to_sjis(std::int32_t converter, std::string_view text,
     return trace.leave(static_cast<std::int32_t>(::strnlen(out.data(), out.size())));
 }
 
+class Converter {
+public:
+    Converter() noexcept : handle_(Cnv_open("eucJP", "SJIS")) {}
+    ~Converter() { Cnv_close(handle_); }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+    [[nodiscard]] std::int32_t handle() const noexcept { return handle_; }
+
+private:
+    std::int32_t handle_;
+};
+
 void convert_text(SendJob& job) noexcept {
     const std::array<char, kSubjectSize> given = job.subject;
     job.subject.fill('\0');
-    const std::int32_t converter = Cnv_open("eucJP", "SJIS");
-    if (converter == kNoConverter) {
-        fail_at("EMAILAPI1060", kNoConverter);
-        job.unconverted = true;
-    }
-    if (euc_to_sjis(converter, common::bounded(given), job.subject) < 0) job.unconverted = true;
+    const Converter converter;
+    if (converter.handle() == kNoConverter) fail_at("EMAILAPI1060", kNoConverter);
+    bool converted = euc_to_sjis(converter.handle(), common::bounded(given), job.subject) >= 0;
     if (job.body != nullptr) {
         const std::string_view body(job.body_text(), job.body_length);
-        if (euc_to_sjis(converter, body, {job.body.get(), job.body_length + 1}) < 0) {
-            job.unconverted = true;
-        }
+        const std::span<char> room(job.body.get(), job.body_length + 1);
+        converted = euc_to_sjis(converter.handle(), body, room) >= 0 && converted;
     }
-    Cnv_close(converter);
+    if (!converted) job.unconverted = true;
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 // auth.cpp - SMTP AUTH behind EHLO: which mechanisms both sides allow, and the three dialogues.
 //
-// Best first: CRAM-MD5 never shows the password, PLAIN needs one round trip, LOGIN three. A refusal
-// goes on to the next mechanism, a transport failure ends the attempt. Credentials live in areas on
-// the stack that are wiped. RFC 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
+// A refusal goes on to the next mechanism, a transport failure ends the attempt. Credentials live
+// in areas on the stack that are wiped. RFC 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
 #include "smtp/auth.hpp"
 
 #include "common/base64.hpp"
@@ -29,19 +28,6 @@ constexpr std::size_t kLoginSize = 256;
 constexpr const char* kMasked = "******";
 constexpr const char* kMaskedPlain = "AUTH PLAIN ******";
 
-struct Mechanism {
-    std::uint32_t bit;
-    std::string_view word;
-    std::int32_t (*run)(int, const MailAuthAccount&, std::uint32_t*) noexcept;
-};
-
-// In the order in which they are tried.
-constexpr Mechanism kMechanisms[] = {
-    {MAIL_MECH_CRAM_MD5, " CRAM-MD5", SMTP_authCramMd5},
-    {MAIL_MECH_PLAIN, " PLAIN", SMTP_authPlain},
-    {MAIL_MECH_LOGIN, " LOGIN", SMTP_authLogin},
-};
-
 // The account's fields as texts that surely end.
 struct Credentials {
     explicit Credentials(const MailAuthAccount& account) noexcept {
@@ -62,32 +48,32 @@ std::int32_t step(int sock, const Command& command, char accepted, std::uint32_t
 
 }  // namespace
 
-void SMTP_getAuthInfo(std::string_view line, std::uint32_t* mask) noexcept {
+std::uint32_t offered_mechanisms(std::string_view line) noexcept {
     TraceScope trace("GTAINF0000", "GTAINFFFFF");
-    *mask = 0;
+    std::uint32_t bits = 0;
     for (const Mechanism& mechanism : kMechanisms)
-        if (line.find(mechanism.word) != std::string_view::npos) *mask |= mechanism.bit;
-    trace.note("GTAINF0010", static_cast<std::int32_t>(*mask));
+        if (line.find(mechanism.word) != std::string_view::npos) bits |= mechanism.bit;
+    trace.note("GTAINF0010", static_cast<std::int32_t>(bits));
     trace.leave();
+    return bits;
 }
 
-std::int32_t SMTP_initAuth(int sock, const MailAuthAccount* account, std::uint32_t offered,
-                           std::uint32_t* err) noexcept {
+std::int32_t authenticate(int sock, const MailAuthAccount* account, std::uint32_t offered,
+                          std::uint32_t* err) noexcept {
     TraceScope trace("INIAH0000", "INIAHFFFF");
     common::set_error(err, 0);
     const std::uint32_t common_mask = account != nullptr ? account->ulMechanisms & offered : 0;
     if (common_mask == 0) return trace.fail("INIAH0010", kNoMechanism);
     for (const Mechanism& mechanism : kMechanisms) {
         if ((common_mask & mechanism.bit) == 0) continue;
-        const std::int32_t rc = mechanism.run(sock, *account, err);
+        const std::int32_t rc = mechanism.dialogue(sock, *account, err);
         if (rc < 0) return trace.fail("INIAH0020", rc);
         if (rc == kOk) return trace.leave(kOk);
     }
     return trace.fail("INIAH0030", kAuthRefused);
 }
 
-std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
-                              std::uint32_t* err) noexcept {
+std::int32_t auth_cram_md5(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
     TraceScope trace("INCRAM0000", "INCRAMFFFF");
     std::int32_t rc = step(sock, plain("AUTH CRAM-MD5\r\n"), '3', err);
     if (rc != kOk) return trace.fail("INCRAM0010", rc);
@@ -103,7 +89,7 @@ std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
     return rc == kOk ? trace.leave(rc) : trace.fail("INCRAM0030", rc);
 }
 
-std::int32_t SMTP_authPlain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
+std::int32_t auth_plain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
     TraceScope trace("INPLAN0000", "INPLANFFFF");
     const Credentials mine(account);
     Secret<kPlainSize> response;
@@ -115,7 +101,7 @@ std::int32_t SMTP_authPlain(int sock, const MailAuthAccount& account, std::uint3
     return rc == kOk ? trace.leave(rc) : trace.fail("INPLAN0010", rc);
 }
 
-std::int32_t SMTP_authLogin(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
+std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
     TraceScope trace("INLGIN0000", "INLGINFFFF");
     std::int32_t rc = step(sock, plain("AUTH LOGIN\r\n"), '3', err);
     if (rc != kOk) return trace.fail("INLGIN0010", rc);

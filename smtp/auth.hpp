@@ -1,4 +1,5 @@
-// auth.hpp - SMTP AUTH (RFC 4954) behind EHLO.
+// auth.hpp - SMTP AUTH (RFC 4954) behind EHLO: the mechanisms, and the choice between them. A new
+// mechanism is a row of the table and a dialogue.
 #pragma once
 
 #include <cstdint>
@@ -8,19 +9,37 @@
 
 namespace ovrmail::smtp {
 
-// Mechanisms (MAIL_MECH_ bits) that an AUTH line offers: each as a case-sensitive word with its
-// leading blank, "250-AUTH LOGIN PLAIN".
-void SMTP_getAuthInfo(std::string_view line, std::uint32_t* mask) noexcept;
+// One dialogue each: kOk, kAuthRefused or a transport failure.
+std::int32_t auth_cram_md5(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept;
+std::int32_t auth_plain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept;
+std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept;
 
-// Tries the mechanisms that caller and server share, best first, until one succeeds. kOk,
-// kNoMechanism (none shared, or no record), kAuthRefused or a transport failure.
-std::int32_t SMTP_initAuth(int sock, const MailAuthAccount* account, std::uint32_t offered,
-                           std::uint32_t* err) noexcept;
+struct Mechanism {
+    std::uint32_t bit;      // MAIL_MECH_
+    std::string_view word;  // in an AUTH line, with its leading blank; case counts
+    std::int32_t (*dialogue)(int, const MailAuthAccount&, std::uint32_t*) noexcept;
+};
 
-// One exchange each: kOk, kAuthRefused or a transport failure.
-std::int32_t SMTP_authCramMd5(int sock, const MailAuthAccount& account,
-                              std::uint32_t* err) noexcept;
-std::int32_t SMTP_authPlain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept;
-std::int32_t SMTP_authLogin(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept;
+// In the order in which they are tried: CRAM-MD5 never shows the password, PLAIN needs one round
+// trip, LOGIN three.
+inline constexpr Mechanism kMechanisms[] = {
+    {MAIL_MECH_CRAM_MD5, " CRAM-MD5", auth_cram_md5},
+    {MAIL_MECH_PLAIN, " PLAIN", auth_plain},
+    {MAIL_MECH_LOGIN, " LOGIN", auth_login},
+};
+
+inline constexpr std::uint32_t kKnownMechanisms = [] {
+    std::uint32_t bits = 0;
+    for (const Mechanism& mechanism : kMechanisms) bits |= mechanism.bit;
+    return bits;
+}();
+
+// The bits of the mechanisms that an AUTH line offers, "250-AUTH LOGIN PLAIN".
+std::uint32_t offered_mechanisms(std::string_view line) noexcept;
+
+// Tries the mechanisms that caller and server share until one succeeds. kOk, kNoMechanism (none
+// shared, or no record), kAuthRefused or a transport failure.
+std::int32_t authenticate(int sock, const MailAuthAccount* account, std::uint32_t offered,
+                          std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::smtp

@@ -55,7 +55,7 @@ std::array<char, 33> hex_text(const Digest& digest) noexcept {
 
 }  // namespace
 
-std::size_t Auth_toBase64(std::span<const char> in, std::span<char> out) noexcept {
+std::size_t to_base64(std::span<const char> in, std::span<char> out) noexcept {
     if (common::base64_length(in.size()) >= out.size()) {
         if (!out.empty()) out.front() = '\0';
         return 0;
@@ -66,7 +66,7 @@ std::size_t Auth_toBase64(std::span<const char> in, std::span<char> out) noexcep
     return length;
 }
 
-std::int32_t Auth_fromBase64(std::span<char> out, std::string_view text) noexcept {
+std::int32_t from_base64(std::span<char> out, std::string_view text) noexcept {
     if (text.ends_with("\r\n")) text.remove_suffix(2);
     std::size_t length = 0;
     std::size_t count = 3;
@@ -101,7 +101,7 @@ std::int32_t Auth_GetCertPlainString(const char* user, const char* password, cha
     char* at = std::copy(name.begin(), name.end(), joined.data()) + 1;
     at = std::copy(name.begin(), name.end(), at) + 1;
     std::copy(key.begin(), key.end(), at);
-    smtp::Auth_toBase64({joined.data(), length}, {out, common::base64_length(length) + 1});
+    smtp::to_base64({joined.data(), length}, {out, common::base64_length(length) + 1});
     return trace.leave(0);
 }
 
@@ -115,8 +115,8 @@ std::int32_t Auth_GetCertLoginString(const char* user, const char* password, cha
     const std::string_view key = smtp::text_or_empty(password);
     if (common::base64_length(std::max(name.size(), key.size())) >= smtp::kLoginTextSize)
         return trace.fail("AHLGIN0020", -1);
-    smtp::Auth_toBase64(name, {out_user, smtp::kLoginTextSize});
-    smtp::Auth_toBase64(key, {out_password, smtp::kLoginTextSize});
+    smtp::to_base64(name, {out_user, smtp::kLoginTextSize});
+    smtp::to_base64(key, {out_password, smtp::kLoginTextSize});
     return trace.leave(0);
 }
 
@@ -126,14 +126,14 @@ std::int32_t Auth_GetCertCramString(const char* user, const char* password, cons
     if (out == nullptr) return trace.fail("AHCRAM0010", -1);
     *out = '\0';
     smtp::Secret<smtp::kWorkSize> work;
-    if (smtp::Auth_fromBase64(work, smtp::text_or_empty(challenge)) < 0)
+    if (smtp::from_base64(work, smtp::text_or_empty(challenge)) < 0)
         return trace.fail("AHCRAM0020", -1);
     smtp::Digest digest{};
-    smtp::Auth_HmacMd5(std::string_view(work.data()), smtp::text_or_empty(password), digest);
+    smtp::hmac_md5(std::string_view(work.data()), smtp::text_or_empty(password), digest);
     const int length = common::format_into(work, "%s %s", user != nullptr ? user : "",
                                            smtp::hex_text(digest).data());
     if (length < 0) return trace.fail("AHCRAM0030", -1);
     const auto size = static_cast<std::size_t>(length);
-    smtp::Auth_toBase64({work.data(), size}, {out, common::base64_length(size) + 1});
+    smtp::to_base64({work.data(), size}, {out, common::base64_length(size) + 1});
     return trace.leave(0);
 }

@@ -21,11 +21,11 @@ public:
 };
 
 // Encodes with a NUL behind. Returns the length; 0 and an empty text when it does not fit.
-std::size_t Auth_toBase64(std::span<const char> in, std::span<char> out) noexcept;
+std::size_t to_base64(std::span<const char> in, std::span<char> out) noexcept;
 
 // Decodes `text`, from which one CR LF at the end is dropped, with a NUL behind. A character
 // outside the alphabet, or a missing one, stands for padding: in the third or fourth place of a
 // group it ends the text. Returns the number of bytes; -1 and an empty text when they do not fit.
-std::int32_t Auth_fromBase64(std::span<char> out, std::string_view text) noexcept;
+std::int32_t from_base64(std::span<char> out, std::string_view text) noexcept;
 
 }  // namespace ovrmail::smtp

@@ -37,7 +37,7 @@ void keyed_digest(Block key, unsigned char pad, std::span<const unsigned char> b
 
 }  // namespace
 
-void Auth_HmacMd5(std::span<const char> text, std::span<const char> key, Digest& digest) noexcept {
+void hmac_md5(std::span<const char> text, std::span<const char> key, Digest& digest) noexcept {
     Block block{};
     if (key.size() <= block.size()) {
         std::ranges::copy(as_bytes(key), block.begin());

@@ -8,6 +8,6 @@ namespace ovrmail::smtp {
 
 using Digest = std::array<unsigned char, 16>;
 
-void Auth_HmacMd5(std::span<const char> text, std::span<const char> key, Digest& digest) noexcept;
+void hmac_md5(std::span<const char> text, std::span<const char> key, Digest& digest) noexcept;
 
 }  // namespace ovrmail::smtp

@@ -56,7 +56,7 @@ Command greet_with(const char* verb, const HostName& host) noexcept {
 std::int32_t say_ehlo(int sock, const HostName& host, std::span<char, kReplySize> capability,
                       std::uint32_t* err) noexcept {
     const std::int32_t rc = send_command(sock, greet_with("EHLO", host), err);
-    return rc == kOk ? SMTP_readEhloReply(sock, capability, err) : rc;
+    return rc == kOk ? read_ehlo_reply(sock, capability, err) : rc;
 }
 
 std::int32_t say_helo(int sock, const HostName& host, std::uint32_t* err) noexcept {
@@ -66,17 +66,10 @@ std::int32_t say_helo(int sock, const HostName& host, std::uint32_t* err) noexce
     return replied('2') ? kOk : kHeloRefused;
 }
 
-std::int32_t authenticate(int sock, const MailEntry* auth, std::span<const char> capability,
-                          std::uint32_t* err) noexcept {
-    std::uint32_t offered = 0;
-    SMTP_getAuthInfo(common::bounded(capability), &offered);
-    return SMTP_initAuth(sock, static_cast<const MailAuthAccount*>(auth->value), offered, err);
-}
-
 }  // namespace
 
-std::int32_t SMTP_readEhloReply(int sock, std::span<char, kReplySize> capability,
-                                std::uint32_t* err) noexcept {
+std::int32_t read_ehlo_reply(int sock, std::span<char, kReplySize> capability,
+                             std::uint32_t* err) noexcept {
     TraceScope trace("AUTHR0000", "AUTHRFFFF");
     const auto reply = reply_buffer();
     std::int32_t answer = kEhloAccepted;
@@ -118,6 +111,7 @@ std::int32_t SMTP_initialize(std::int32_t sock, const MailEntry* auth,
         return trace.leave(wants_auth ? smtp::kNoMechanism : smtp::kOk);
     }
     if (!wants_auth) return trace.leave(smtp::kOk);
-    rc = smtp::authenticate(sock, auth, capability, err);
+    const std::uint32_t offered = smtp::offered_mechanisms(common::bounded(capability));
+    rc = smtp::authenticate(sock, static_cast<const MailAuthAccount*>(auth->value), offered, err);
     return rc == smtp::kOk ? trace.leave(rc) : trace.fail("smtp0125", rc);
 }

@@ -84,7 +84,7 @@ template <std::size_t... kSteps>
     (step<kSteps>(state, block), ...);
 }
 
-void MD5Transform(std::span<Word, 4> chain, std::span<const unsigned char> blocks) noexcept {
+void md5_transform(std::span<Word, 4> chain, std::span<const unsigned char> blocks) noexcept {
     Words state{chain[0], chain[1], chain[2], chain[3]};
     for (std::size_t at = 0; at < blocks.size(); at += kBlock) {
         const Words before = state;
@@ -123,11 +123,11 @@ void MD5Update(MailMd5Context* context, const unsigned char* input, std::uint32_
     if (used + rest.size() >= kBlock) {
         if (used != 0) {
             std::ranges::copy(rest.first(kBlock - used), context->buffer + used);
-            MD5Transform(context->state, context->buffer);
+            md5_transform(context->state, context->buffer);
             rest = rest.subspan(kBlock - used);
         }
         const std::size_t whole = rest.size() / kBlock * kBlock;
-        MD5Transform(context->state, rest.first(whole));
+        md5_transform(context->state, rest.first(whole));
         std::ranges::copy(rest.subspan(whole), context->buffer);
     } else {
         std::ranges::copy(rest, context->buffer + used);

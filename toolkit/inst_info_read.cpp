@@ -5,14 +5,13 @@
 // it shows as a missing key. No state.
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <span>
 
 #include "common/error_word.hpp"
 #include "common/paths.hpp"
 #include "common/text.hpp"
-#include "profile.h"
 #include "toolkit/inst_info.hpp"
+#include "toolkit/profile.hpp"
 
 namespace ovrmail::toolkit {
 
@@ -22,26 +21,17 @@ namespace {
 
 constexpr std::int32_t kMissing = -1;  // a stored value of all ones counts as missing, too
 
-struct CloseUnchanged {
-    void operator()(MailProfile* profile) const noexcept {
-        Com_ClosePrivateProfile(profile, nullptr);
-    }
-};
-using ReadProfile = std::unique_ptr<MailProfile, CloseUnchanged>;
+constexpr std::uint32_t kReadOnly = 0;
 
-ReadProfile open_record(const char* path, std::uint32_t* err) noexcept {
-    return ReadProfile(Com_OpenPrivateProfile2(path, 0, err));
-}
-
-bool read_key(const ReadProfile& profile, const InstInfoKey& key, MailInstInfo& info) noexcept {
+bool read_key(const MailProfile& profile, const InstInfoKey& key, MailInstInfo& info) noexcept {
     const std::int32_t value =
-        Com_GetPrivateProfileIntHex(profile.get(), key.section, key.key, kMissing, nullptr);
+        Com_GetPrivateProfileIntHex(&profile, key.section, key.key, kMissing, nullptr);
     if (value == kMissing) return false;
     info.*key.field = static_cast<std::uint32_t>(value);
     return true;
 }
 
-bool read_keys(const ReadProfile& profile, std::span<const InstInfoKey> keys,
+bool read_keys(const MailProfile& profile, std::span<const InstInfoKey> keys,
                MailInstInfo& info) noexcept {
     for (const InstInfoKey& key : keys)
         if (!read_key(profile, key, info)) return false;
@@ -73,25 +63,25 @@ using namespace ovrmail::toolkit;
 
 std::int32_t Info_GetDovrinInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
     if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
-    const ReadProfile agent = open_record(paths::kAgentRecord, err);
+    const ProfilePtr agent = open_profile(paths::kAgentRecord, kReadOnly, err);
     if (agent == nullptr) return kInfoNotOpened;
     std::memset(info, 0, sizeof *info);
-    if (!read_keys(agent, kVersionKeys, *info) || !read_key(agent, kAddonKey, *info))
+    if (!read_keys(*agent, kVersionKeys, *info) || !read_key(*agent, kAddonKey, *info))
         return kInfoMissingOrNotWritten;
     set_agent_directories(*info);
 
-    const ReadProfile settings = open_record(paths::kSettingsRecord, err);
+    const ProfilePtr settings = open_profile(paths::kSettingsRecord, kReadOnly, err);
     if (settings == nullptr) return kInfoNotOpened;
-    if (!read_key(settings, kStartKey, *info)) return kInfoMissingOrNotWritten;
-    for (const InstInfoKey& key : kCompanionKeys) read_key(settings, key, *info);
+    if (!read_key(*settings, kStartKey, *info)) return kInfoMissingOrNotWritten;
+    for (const InstInfoKey& key : kCompanionKeys) read_key(*settings, key, *info);
     return kInfoOk;
 }
 
 std::int32_t Info_GetKorvantaInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
     if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
-    const ReadProfile manager = open_record(paths::kManagerRecord, err);
+    const ProfilePtr manager = open_profile(paths::kManagerRecord, kReadOnly, err);
     if (manager == nullptr) return kInfoNotOpened;
-    if (!read_keys(manager, kVersionKeys, *info)) return kInfoMissingOrNotWritten;
+    if (!read_keys(*manager, kVersionKeys, *info)) return kInfoMissingOrNotWritten;
     set_manager_directories(*info);
     return kInfoOk;
 }

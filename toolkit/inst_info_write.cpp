@@ -6,7 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <span>
-#include <utility>
 
 #include "common/error_word.hpp"
 #include "common/paths.hpp"
@@ -26,10 +25,9 @@ constexpr std::uint32_t kWritable = 1;  // LF line ends
 class RecordWriter {
 public:
     RecordWriter(const char* path, std::uint32_t* err) noexcept
-        : path_(path), err_(err), profile_(Com_OpenPrivateProfile2(path, kWritable, err)) {}
+        : path_(path), err_(err), profile_(open_profile(path, kWritable, err)) {}
     RecordWriter(const RecordWriter&) = delete;
     RecordWriter& operator=(const RecordWriter&) = delete;
-    ~RecordWriter() { Com_ClosePrivateProfile(profile_, nullptr); }
 
     // A record that is there but cannot be read counts as not opened: written back, it would hold
     // the new settings alone.
@@ -48,19 +46,20 @@ public:
         return write(key);
     }
     [[nodiscard]] bool close() noexcept {
-        return Com_ClosePrivateProfile2(std::exchange(profile_, nullptr), path_, err_) == 0;
+        return Com_ClosePrivateProfile2(profile_.release(), path_, err_) == 0;
     }
 
 private:
     bool write(const InstInfoKey& key) noexcept {
-        if (Com_WritePrivateProfileString(profile_, key.section, key.key, text_) == 1) return true;
+        if (Com_WritePrivateProfileString(profile_.get(), key.section, key.key, text_) == 1)
+            return true;
         set_error(err_, ENOMEM);
         return false;
     }
 
     const char* path_;
     std::uint32_t* err_;
-    MailProfile* profile_;
+    ProfilePtr profile_;
     char text_[sizeof "0x12345678"] = "";
 };
 

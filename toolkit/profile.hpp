@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <string_view>
 
 #include "common/arena.hpp"
@@ -57,6 +59,18 @@ struct MailProfile {
 };
 
 namespace ovrmail::toolkit {
+
+struct DeleteProfile {
+    void operator()(MailProfile* profile) const noexcept {
+        profile->~MailProfile();
+        std::free(profile);
+    }
+};
+// Owner of a profile that is not to be written back.
+using ProfilePtr = std::unique_ptr<MailProfile, DeleteProfile>;
+
+// Com_OpenPrivateProfile2: null, with `err`, when memory runs out.
+ProfilePtr open_profile(const char* path, std::uint32_t flags, std::uint32_t* err) noexcept;
 
 // First section of that name, or null.
 ProfileSection* find_section(const MailProfile& profile, std::string_view name) noexcept;

@@ -131,6 +131,20 @@ std::string_view find_value(const MailProfile* profile, const char* section,
 
 }  // namespace
 
+ProfilePtr open_profile(const char* path, std::uint32_t flags, std::uint32_t* err) noexcept {
+    void* const place = std::malloc(sizeof(MailProfile));
+    ProfilePtr profile(place != nullptr ? new (place) MailProfile : nullptr);
+    std::size_t size = 0;
+    if (profile != nullptr) {
+        profile->flags = flags;
+        if (path == nullptr ||
+            (load(path, *profile, size) && index_sections({profile->text.get(), size}, *profile)))
+            return profile;
+    }
+    set_error(err, errno);
+    return nullptr;
+}
+
 ProfileSection* find_section(const MailProfile& profile, std::string_view name) noexcept {
     ProfileSection* section = profile.sections;
     while (section != nullptr && section->name != name) section = section->next;
@@ -177,17 +191,7 @@ MailProfile* Com_OpenPrivateProfile(const char* path, std::uint32_t flags) noexc
 
 MailProfile* Com_OpenPrivateProfile2(const char* path, std::uint32_t flags,
                                      std::uint32_t* err) noexcept {
-    void* const place = std::malloc(sizeof(MailProfile));
-    if (place == nullptr) return set_error(err, errno), nullptr;
-    auto* const profile = new (place) MailProfile;
-    profile->flags = flags;
-    std::size_t size = 0;
-    if (path == nullptr ||
-        (load(path, *profile, size) && index_sections({profile->text.get(), size}, *profile)))
-        return profile;
-    set_error(err, errno);
-    Com_ClosePrivateProfile(profile, nullptr);
-    return nullptr;
+    return open_profile(path, flags, err).release();
 }
 
 std::int32_t Com_GetPrivateProfileString(const MailProfile* profile, const char* section,

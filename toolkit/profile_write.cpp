@@ -5,7 +5,6 @@
 // The file is rewritten by rewrite_file(), wholly or not at all.
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "common/error_word.hpp"
@@ -132,13 +131,6 @@ int write_back(const MailProfile& profile, const char* path) noexcept {
     return rewrite_file(path, {block.get(), size});
 }
 
-struct CloseProfile {
-    void operator()(MailProfile* profile) const noexcept {
-        profile->~MailProfile();
-        std::free(profile);
-    }
-};
-
 }  // namespace
 }  // namespace ovrmail::toolkit
 
@@ -151,7 +143,7 @@ std::int32_t Com_ClosePrivateProfile(MailProfile* profile, const char* path) noe
 std::int32_t Com_ClosePrivateProfile2(MailProfile* profile, const char* path,
                                       std::uint32_t* err) noexcept {
     if (profile == nullptr) return kCloseFailed;
-    [[maybe_unused]] const std::unique_ptr<MailProfile, CloseProfile> owner(profile);
+    [[maybe_unused]] const ProfilePtr owner(profile);
     if (path == nullptr || profile->flags == 0 || profile->state != ProfileState::kChanged)
         return 0;
     const int failure = write_back(*profile, path);

@@ -25,7 +25,7 @@ bool is_strict_base64(std::string_view text) {
 void check_decoding(const std::string& challenge) {
     const std::vector<char> exact(challenge.begin(), challenge.end());
     std::vector<char> out(kRoom, 'u');
-    const std::int32_t length = ovrmail::smtp::Auth_fromBase64(out, {exact.data(), exact.size()});
+    const std::int32_t length = ovrmail::smtp::from_base64(out, {exact.data(), exact.size()});
     demand(length < static_cast<std::int32_t>(kRoom), "fits");
     demand(length >= 0 ? out[static_cast<std::size_t>(length)] == '\0'
                        : std::ranges::count(out, '\0') == kRoom,

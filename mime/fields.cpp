@@ -1,5 +1,7 @@
-// recipients.cpp - the To field of whole mails and pieces, folded one address a line (RFC 822
-// section 3.1.1).
+// fields.cpp - header fields that whole mails and pieces have in common; see fields.hpp. Date and
+// Message-Id are in identity.cpp, Subject is in subject.cpp.
+//
+// The To field is folded, one address on each line (RFC 822 section 3.1.1). Owns no state.
 #include "mime/fields.hpp"
 
 namespace ovrmail::mime {
