@@ -21,7 +21,7 @@ public:
     BlockWriter(const BlockWriter&) = delete;
     BlockWriter& operator=(const BlockWriter&) = delete;
 
-    [[nodiscard]] bool put(std::string_view text) noexcept;
+    bool put(std::string_view text) noexcept;
     [[nodiscard]] bool flush() noexcept;
 
     // Room for at least `size` bytes (at most the block), to be filled in place and then

@@ -1,6 +1,7 @@
 // trace_scope.hpp - frames a function in the trace: entry point at construction, and exactly one
-// end, leave() with the exit point or fail() with the failing point. Trace points are written as
-// whole literals, so that a point found in a ring is found in the source.
+// end, leave() with the exit point or fail() with the failing point; finish() chooses. A function
+// without a result has a TraceFrame. Trace points are written as whole literals, so that a point
+// found in a ring is found in the source.
 //
 // Levels: 0 failure, 1 entry and exit, 2 detail. A null handle writes nothing; errno is kept.
 #pragma once
@@ -44,6 +45,11 @@ public:
         write(kLevelFrame, exit_);
     }
 
+    // leave() with 0, fail() at `point` with anything else.
+    std::int32_t finish(const char* point, std::int32_t result) noexcept {
+        return result == 0 ? leave(result) : fail(point, result);
+    }
+
     // Ends the frame: failing point with the result, or with another word that tells more.
     std::int32_t fail(const char* point, std::int32_t result) noexcept {
         ended_ = true;
@@ -84,6 +90,13 @@ private:
     TraceHandle* trace_;
     const char* exit_;
     bool ended_ = false;
+};
+
+// The frame of a function without a result: the exit point comes by itself.
+class TraceFrame : public TraceScope {
+public:
+    using TraceScope::TraceScope;
+    ~TraceFrame() { leave(); }
 };
 
 }  // namespace ovrmail::log

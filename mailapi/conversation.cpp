@@ -54,11 +54,10 @@ class Conversation {
 public:
     explicit Conversation(SendJob& job) noexcept : job_(job) {}
     ~Conversation() {
-        log::TraceScope trace("ENDPROC0000", "ENDPROCFFFF");
+        const log::TraceFrame trace("ENDPROC0000", "ENDPROCFFFF");
         sock_.reset();
         piece_.reset();
         job_.composed.discard();
-        trace.leave();
     }
     Conversation(const Conversation&) = delete;
     Conversation& operator=(const Conversation&) = delete;

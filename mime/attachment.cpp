@@ -56,6 +56,15 @@ bool put_disposition(TraceScope& trace, BlockWriter& out, std::string_view name)
     return put_quoted(out, "Content-Disposition: attachment;\r\n\tfilename=\"", name);
 }
 
+void put_part_header(TraceScope& trace, BlockWriter& out, std::string_view name,
+                     std::string_view boundary) noexcept {
+    put_line(TextSink(out), "\r\n--", boundary);
+    put_quoted(out, "Content-Type: application/octet-stream; name=\"", name);
+    out.put("Content-Transfer-Encoding: base64\r\n");
+    put_disposition(trace, out, name);
+    out.put("\r\n");
+}
+
 bool put_encoded(BlockWriter& out, std::span<const char> bytes) noexcept {
     while (!bytes.empty()) {
         const std::span<char> room = out.room(kBase64LineSize);
@@ -85,24 +94,14 @@ std::int32_t append_file(int fd, const char* path, std::string_view boundary, bo
                          std::uint32_t* err) noexcept {
     TraceScope trace("smtp0700", "smtp07FF");
     BlockWriter out(fd, output_block());
-    const auto write_failed = [&](const char* point) {
-        return fail(trace, point, kWriteFailed, out.error(), err);
-    };
-    const std::string_view name = attachment_name(text_or_empty(path));
-    if (!put_line(TextSink(out), "\r\n--", boundary)) return write_failed("smtp0705");
-    if (!put_quoted(out, "Content-Type: application/octet-stream; name=\"", name))
-        return write_failed("smtp0710");
-    if (!out.put("Content-Transfer-Encoding: base64\r\n")) return write_failed("smtp0715");
-    if (!put_disposition(trace, out, name)) return write_failed("smtp0720");
-    if (!out.put("\r\n")) return write_failed("smtp0725");
+    put_part_header(trace, out, attachment_name(text_or_empty(path)), boundary);
     const common::UniqueFd file = open_to_read(path);
     if (!file.valid()) return fail(trace, "smtp0730", kOpenFailed, errno, err);
     const Result copied = put_file(out, file.get());
     if (copied == kReadFailed) return fail(trace, "smtp0735", kReadFailed, errno, err);
-    if (copied == kWriteFailed) return write_failed("smtp0740");
-    if (!more_follow && !(out.put("--") && out.put(boundary) && out.put("--\r\n")))
-        return write_failed("smtp0745");
-    if (!out.flush()) return write_failed("smtp0745");
+    if (copied == kWriteFailed) return fail(trace, "smtp0740", kWriteFailed, out.error(), err);
+    if (!more_follow) put_line(TextSink(out), "--", boundary, "--\r\n");
+    if (!out.flush()) return fail(trace, "smtp0745", kWriteFailed, out.error(), err);
     return trace.leave(kOk);
 }
 

@@ -6,8 +6,9 @@
 
 namespace ovrmail::mime {
 
-bool put_line(TextSink out, std::string_view name, std::string_view value) noexcept {
-    return out.put(name) && out.put(value) && out.put("\r\n");
+bool put_line(TextSink out, std::string_view name, std::string_view value,
+              std::string_view end) noexcept {
+    return out.put(name) && out.put(value) && out.put(end);
 }
 
 // Kept: each address keeps its comma and its leading blanks; a list that ends in a comma gives a

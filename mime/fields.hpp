@@ -14,7 +14,8 @@ constexpr std::string_view text_or_empty(const char* text) noexcept {
 }
 
 bool put_date(TextSink out) noexcept;
-bool put_line(TextSink out, std::string_view name, std::string_view value) noexcept;
+bool put_line(TextSink out, std::string_view name, std::string_view value,
+              std::string_view end = "\r\n") noexcept;
 bool put_recipients(TextSink out, std::string_view to) noexcept;
 bool put_message_id(TextSink out) noexcept;
 

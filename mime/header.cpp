@@ -75,56 +75,48 @@ bool put_multipart_frame(TextSink out, std::string_view boundary) noexcept {
            out.put("\"\r\n") && put_line(out, "\r\n--", boundary);
 }
 
-std::int32_t finish(TraceScope& trace, BlockWriter& out, std::uint32_t* err) noexcept {
-    if (!out.flush()) return fail(trace, "smtp0665", kWriteFailed, out.error(), err);
-    return trace.leave(kOk);
-}
-
-std::int32_t put_text_part(TraceScope& trace, BlockWriter& out, InputWindow& body,
-                           std::uint32_t* err) noexcept {
+// The text part of the message, header and all.
+Result put_text_part(TraceScope& trace, BlockWriter& out, InputWindow& body) noexcept {
     bool japanese = false;
-    if (!body.rewind()) return fail(trace, "smtp0648", kWriteFailed, errno, err);
-    if (!scan_charset(body, japanese)) return fail(trace, "smtp0650", kReadFailed, errno, err);
+    if (!body.rewind()) return kWriteFailed;
+    if (!scan_charset(body, japanese)) return kReadFailed;
     if (japanese) trace.note("smtp0652");
     const std::string_view type = japanese ? "Content-Type: text/plain; charset=\"ISO-2022-JP\"\r\n"
                                            : "Content-Type: text/plain; charset=\"us-ascii\"\r\n";
     trace.note(japanese ? "smtp0653" : "smtp0654", type);
-    if (!out.put(type) || !out.put("\r\n"))
-        return fail(trace, "smtp0655", kWriteFailed, out.error(), err);
-    if (!body.rewind()) return fail(trace, "smtp0656", kWriteFailed, errno, err);
-    switch (copy_text(body, japanese, out)) {
-        case TextStep::kReadFailed:
-            return fail(trace, "smtp0657", kReadFailed, errno, err);
-        case TextStep::kWriteFailed:
-            return fail(trace, "smtp0660", kWriteFailed, out.error(), err);
-        case TextStep::kDone:
-            break;
+    out.put(type);
+    out.put("\r\n");
+    if (!body.rewind()) return kWriteFailed;
+    const Result copied = copy_text(body, japanese, out);
+    if (copied == kOk) out.put("\r\n");
+    return copied;
+}
+
+Result put_mime(TraceScope& trace, BlockWriter& out, const Head& head) noexcept {
+    InputWindow body(head.body.fd);
+    out.put("MIME-Version: 1.0\r\n");
+    if (head.boundary != nullptr) {
+        const Result chosen = choose_boundary(head.boundary, head.body, body);
+        if (chosen != kOk) return chosen;
+        put_multipart_frame(TextSink(out), head.boundary);
     }
-    if (!out.put("\r\n")) return fail(trace, "smtp0662", kWriteFailed, out.error(), err);
-    return finish(trace, out, err);
+    if (!head.body.wanted) return kOk;
+    return head.body.fd < 0 ? kOpenFailed : put_text_part(trace, out, body);
 }
 
 std::int32_t build(int fd, const Head& head, std::uint32_t* err) noexcept {
     TraceScope trace("smtp0600", "smtp06FF");
     if (::lseek(fd, 0, SEEK_SET) != 0) return fail(trace, "smtp0605", kWriteFailed, errno, err);
     BlockWriter out(fd, output_block());
-    const TextSink sink(out);
-    if (head.with_addresses && !put_addresses(sink, head))
-        return fail(trace, "smtp0610", kWriteFailed, out.error(), err);
-    if (!put_names(sink, head)) return fail(trace, "smtp0620", kWriteFailed, out.error(), err);
-    if (!head.as_mime) return finish(trace, out, err);
-    if (!out.put("MIME-Version: 1.0\r\n"))
-        return fail(trace, "smtp0630", kWriteFailed, out.error(), err);
-    InputWindow body(head.body.fd);
-    if (head.boundary != nullptr) {
-        const Result chosen = choose_boundary(head.boundary, head.body, body);
-        if (chosen != kOk) return fail(trace, "smtp0635", chosen, errno, err);
-        if (!put_multipart_frame(sink, head.boundary))
-            return fail(trace, "smtp0640", kWriteFailed, out.error(), err);
-    }
-    if (!head.body.wanted) return finish(trace, out, err);
-    if (head.body.fd < 0) return fail(trace, "smtp0645", kOpenFailed, head.body.open_error, err);
-    return put_text_part(trace, out, body, err);
+    if (head.with_addresses) put_addresses(TextSink(out), head);
+    put_names(TextSink(out), head);
+    const Result made = head.as_mime ? put_mime(trace, out, head) : kOk;
+    const int error = errno;
+    if (made == kOpenFailed) return fail(trace, "smtp0645", made, head.body.open_error, err);
+    if (made == kReadFailed) return fail(trace, "smtp0650", made, error, err);
+    // A failed write sticks; without one it was a seek.
+    if (made == kOk && out.flush()) return trace.leave(kOk);
+    return fail(trace, "smtp0660", kWriteFailed, out.error() != 0 ? out.error() : error, err);
 }
 
 std::int32_t make_top(int fd, const TopData& top, const Body& body, std::uint32_t* err) noexcept {

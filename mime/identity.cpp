@@ -140,7 +140,7 @@ std::int32_t SMTP_makeBoundary(char* dst) noexcept {
 
 void SMTP_MakeMsgId(char* dst) noexcept {
     using namespace ovrmail::mime;
-    ovrmail::log::TraceScope trace("mkmsgid0000", "mkmsgidFFFF");
+    ovrmail::log::TraceFrame trace("mkmsgid0000", "mkmsgidFFFF");
     if (g_host_name[0] == '\0' && find_host_name(g_host_name))
         trace.note("mkmsgid0030", g_host_name.data());
     const unsigned id = host_id();
@@ -154,7 +154,6 @@ void SMTP_MakeMsgId(char* dst) noexcept {
         ovrmail::common::format_into({dst, kMessageIdSize}, "Message-Id: <%s.%x%x%x@%s>\r\n",
                                      stamp.data(), instant.seconds, instant.microseconds, id,
                                      g_host_name.data());
-    trace.leave();
 }
 
 std::int32_t SMTP_makeid(char* dst, const char* address) noexcept {

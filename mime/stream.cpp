@@ -26,7 +26,7 @@ constexpr std::size_t kSendBlock = 1028;
 
 std::int32_t stream_file(int sock, int fd, off64_t size, std::uint32_t* err) noexcept {
     log::TraceScope trace("smtp0500", "smtp05FF");
-    if (::lseek(fd, 0, SEEK_SET) != 0) return fail(trace, "smtp0501", kReadFailed, errno, err);
+    if (::lseek(fd, 0, SEEK_SET) != 0) return fail(trace, "smtp0505", kReadFailed, errno, err);
     SMTP_SetTimeOut(g_stMailTimeout.ulSendDataTimeOut);
     const auto block = input_block().first<whole_units(kInputSize, kSendBlock)>();
     for (;;) {
@@ -37,7 +37,7 @@ std::int32_t stream_file(int sock, int fd, off64_t size, std::uint32_t* err) noe
         if (sent < 0) return trace.fail("smtp0510", sent);
         size -= got;
         if (bytes.size() == block.size()) continue;
-        if (size > 0) return fail(trace, "smtp0506", kReadFailed, EIO, err);
+        if (size > 0) return fail(trace, "smtp0505", kReadFailed, EIO, err);
         return trace.leave(kOk);
     }
 }

@@ -101,13 +101,12 @@ bool find_text(InputWindow& body, std::string_view text, bool& found) noexcept {
     }
 }
 
-TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept {
+Result copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept {
     for (;;) {
-        if (!body.fill(kLongestLine)) return TextStep::kReadFailed;
-        if (body.view().empty()) return TextStep::kDone;
+        if (!body.fill(kLongestLine)) return kReadFailed;
+        if (body.view().empty()) return kOk;
         const Line line = next_line(body.view());
-        if (!(japanese ? put_japanese(line, out) : put_plain(line, out)))
-            return TextStep::kWriteFailed;
+        if (!(japanese ? put_japanese(line, out) : put_plain(line, out))) return kWriteFailed;
         body.consume(line.bytes.size());
     }
 }

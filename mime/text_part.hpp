@@ -2,11 +2,10 @@
 #pragma once
 
 #include "common/block_io.hpp"
+#include "mime/result.hpp"
 #include "mime/scratch.hpp"
 
 namespace ovrmail::mime {
-
-enum class TextStep { kDone, kReadFailed, kWriteFailed };
 
 // Looks through the body for a Shift_JIS lead byte. False when reading failed.
 bool scan_charset(InputWindow& body, bool& japanese) noexcept;
@@ -16,7 +15,7 @@ bool scan_charset(InputWindow& body, bool& japanese) noexcept;
 bool find_text(InputWindow& body, std::string_view text, bool& found) noexcept;
 
 // Copies the body, from where it stands, line by line: dots doubled, overlong lines broken,
-// Japanese converted.
-TextStep copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept;
+// Japanese converted. kOk, kReadFailed with errno, or kWriteFailed.
+Result copy_text(InputWindow& body, bool japanese, common::BlockWriter& out) noexcept;
 
 }  // namespace ovrmail::mime

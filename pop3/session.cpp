@@ -98,7 +98,7 @@ std::int32_t Pop3_Login(std::int32_t sock, const char* user, const char* passwor
     rc = pop3::say_user(session, user != nullptr ? user : "", error_text);
     if (rc != pop3::kOk) return trace.fail("Pop3_0510", rc);
     rc = pop3::say_password(session, password != nullptr ? password : "", error_text);
-    return rc == pop3::kOk ? trace.leave(rc) : trace.fail("Pop3_0610", rc);
+    return trace.finish("Pop3_0610", rc);
 }
 
 std::int32_t Pop3_STAT(std::int32_t sock, char* error_text, std::uint32_t* err,
@@ -107,7 +107,7 @@ std::int32_t Pop3_STAT(std::int32_t sock, char* error_text, std::uint32_t* err,
     pop3::clear_text(error_text);
     const std::int32_t rc =
         pop3::say({sock, err, handle}, "STAT\r\n", pop3::kStatRefused, error_text);
-    return rc == pop3::kOk ? trace.leave(rc) : trace.fail("Pop3_0910", rc);
+    return trace.finish("Pop3_0910", rc);
 }
 
 std::int32_t Pop3_Logout(std::int32_t sock, char* error_text, std::uint32_t* err,
@@ -116,5 +116,5 @@ std::int32_t Pop3_Logout(std::int32_t sock, char* error_text, std::uint32_t* err
     pop3::clear_text(error_text);
     const std::int32_t rc =
         pop3::say({sock, err, handle}, "QUIT\r\n", pop3::kQuitRefused, error_text);
-    return rc == pop3::kOk ? trace.leave(rc) : trace.fail("Pop3_0810", rc);
+    return trace.finish("Pop3_0810", rc);
 }

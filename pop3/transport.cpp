@@ -35,11 +35,10 @@ public:
 private:
     static std::int64_t seconds_left(void* clock) noexcept {
         auto& deadline = *static_cast<Deadline*>(clock);
-        TraceScope trace("PGTSTO0000", "PGTSTOFFFF", deadline.trace_);
+        const log::TraceFrame trace("PGTSTO0000", "PGTSTOFFFF", deadline.trace_);
         const std::time_t now = std::time(nullptr);
         if (now < deadline.start_) deadline.start_ = now;
         const std::int64_t left = std::int64_t{g_ulPopTimeOut} - (now - deadline.start_);
-        trace.leave();
         return left > 0 ? left : 0;
     }
 
@@ -107,7 +106,6 @@ using namespace ovrmail;
 std::uint32_t g_ulPopTimeOut = 60;
 
 void Pop3_SetTimeOut(std::uint32_t seconds, TraceHandle* trace) noexcept {
-    log::TraceScope scope("Pop3_Set0000", "Pop3_SetFFFF", trace);
+    const log::TraceFrame frame("Pop3_Set0000", "Pop3_SetFFFF", trace);
     g_ulPopTimeOut = seconds;
-    scope.leave();
 }

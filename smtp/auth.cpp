@@ -86,7 +86,7 @@ std::int32_t auth_cram_md5(int sock, const MailAuthAccount& account, std::uint32
     Secret<kCramSize + 2> line;
     const int length = common::format_into(line, "%s\r\n", response.data());
     rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked, true}, '2', err);
-    return rc == kOk ? trace.leave(rc) : trace.fail("INCRAM0030", rc);
+    return trace.finish("INCRAM0030", rc);
 }
 
 std::int32_t auth_plain(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
@@ -98,7 +98,7 @@ std::int32_t auth_plain(int sock, const MailAuthAccount& account, std::uint32_t*
     const int length = common::format_into(line, "AUTH PLAIN %s\r\n", response.data());
     const std::int32_t rc =
         step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMaskedPlain}, '2', err);
-    return rc == kOk ? trace.leave(rc) : trace.fail("INPLAN0010", rc);
+    return trace.finish("INPLAN0010", rc);
 }
 
 std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t* err) noexcept {
@@ -116,7 +116,7 @@ std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t*
     if (rc != kOk) return trace.fail("INLGIN0020", rc);
     length = common::format_into(line, "%s\r\n", password.data());
     rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked}, '2', err);
-    return rc == kOk ? trace.leave(rc) : trace.fail("INLGIN0030", rc);
+    return trace.finish("INLGIN0030", rc);
 }
 
 }  // namespace ovrmail::smtp

@@ -87,7 +87,7 @@ std::int32_t SMTP_startData(std::int32_t sock, std::uint32_t* err) noexcept {
     TraceScope trace("smtp0200", "smtp02FF");
     smtp::start_budget(g_stMailTimeout.ulDataTimeOut);
     const std::int32_t rc = smtp::say(sock, "DATA\r\n", '3', smtp::kDataRefused, err);
-    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("smtp0210", rc);
+    return trace.finish("smtp0210", rc);
 }
 
 std::int32_t SMTP_endData(std::int32_t sock, std::uint32_t* err) noexcept {
@@ -95,7 +95,7 @@ std::int32_t SMTP_endData(std::int32_t sock, std::uint32_t* err) noexcept {
     smtp::start_budget(g_stMailTimeout.ulEndDataTimeOut);
     // The CR LF in front ends the last line of the message, which is sent without one.
     const std::int32_t rc = smtp::say(sock, "\r\n.\r\n", '2', smtp::kEndRefused, err);
-    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("smtp0410", rc);
+    return trace.finish("smtp0410", rc);
 }
 
 std::int32_t SMTP_RSET(std::int32_t sock, std::uint32_t* err) noexcept {
@@ -103,7 +103,7 @@ std::int32_t SMTP_RSET(std::int32_t sock, std::uint32_t* err) noexcept {
     smtp::set_error(err, 0);
     SMTP_SetStartTime();
     const std::int32_t rc = smtp::say(sock, "RSET\r\n", '2', smtp::kResetRefused, err);
-    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("RSET0010", rc);
+    return trace.finish("RSET0010", rc);
 }
 
 // The mail is the server's by now: what it says to QUIT, or that it says nothing, changes nothing.

@@ -113,5 +113,5 @@ std::int32_t SMTP_initialize(std::int32_t sock, const MailEntry* auth,
     if (!wants_auth) return trace.leave(smtp::kOk);
     const std::uint32_t offered = smtp::offered_mechanisms(common::bounded(capability));
     rc = smtp::authenticate(sock, static_cast<const MailAuthAccount*>(auth->value), offered, err);
-    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("smtp0125", rc);
+    return trace.finish("smtp0125", rc);
 }

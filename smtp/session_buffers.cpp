@@ -42,11 +42,9 @@ std::span<char, kCommandSize> command_buffer() noexcept { return g_command; }
 using namespace ovrmail;
 
 void SMTP_GetSmtpSvResponce(char* dst) noexcept {
-    log::TraceScope trace("GETSMTP0000", "GETSMTPFFFF");
-    if (dst != nullptr) {
-        // allow: a field of fixed size
-        std::strncpy(dst, smtp::reply_text(), smtp::kResponseSize - 1);
-        dst[smtp::kResponseSize - 1] = '\0';
-    }
-    trace.leave();
+    const log::TraceFrame trace("GETSMTP0000", "GETSMTPFFFF");
+    if (dst == nullptr) return;
+    // allow: a field of fixed size
+    std::strncpy(dst, smtp::reply_text(), smtp::kResponseSize - 1);
+    dst[smtp::kResponseSize - 1] = '\0';
 }

@@ -12,6 +12,7 @@
 #include "smtp/result.hpp"
 
 using namespace ovrmail;
+using log::TraceFrame;
 using log::TraceScope;
 
 MailTimeout g_stMailTimeout = smtp::kDefaultBudgets;
@@ -43,21 +44,18 @@ time_t as_local(BrokenDown convert, time_t now) noexcept {
 }  // namespace
 
 void SMTP_SetTimeOutInfo(const MailTimeout* values) noexcept {
-    TraceScope trace("SETTIME0000", "SETTIMEFFFF");
+    const TraceFrame trace("SETTIME0000", "SETTIMEFFFF");
     if (values != nullptr) g_stMailTimeout = *values;
-    trace.leave();
 }
 
 void SMTP_SetTimeOut(std::uint32_t seconds) noexcept {
-    TraceScope trace("SETIMEO0000", "SETIMEOFFFF");
+    const TraceFrame trace("SETIMEO0000", "SETIMEOFFFF");
     g_ulTimeOut = seconds;
-    trace.leave();
 }
 
 void SMTP_SetStartTime(void) noexcept {
-    TraceScope trace("SETSTART0000", "SETSTARTFFFF");
+    const TraceFrame trace("SETSTART0000", "SETSTARTFFFF");
     g_tStartTime = std::time(nullptr);
-    trace.leave();
 }
 
 std::int32_t SMTP_CheckOverTimeOut(void) noexcept {
@@ -67,14 +65,13 @@ std::int32_t SMTP_CheckOverTimeOut(void) noexcept {
 }
 
 void SMTP_GetSelectTimeOut(struct timeval* tv) noexcept {
-    TraceScope trace("GETSLCT0000", "GETSLCTFFFF");
+    TraceFrame trace("GETSLCT0000", "GETSLCTFFFF");
     time_t left = budget_seconds() - elapsed_seconds();
     if (left < 0) {
         trace.mark("GETSLCT0010", static_cast<std::int32_t>(left));
         left = 0;
     }
     if (tv != nullptr) *tv = {left, 0};
-    trace.leave();
 }
 
 // Kept: the hour of summer time is not seen (gmtime_r says "no summer time", and mktime believes

@@ -69,7 +69,7 @@ std::int32_t receive_line(int sock, std::span<char> line, net::SeenAhead* ahead,
                      : net::receive_line(sock, line, kReplyRules, running_budget(), ahead, filled);
     const Result result = judge(report, kReceive, err);
     trace.note("smtp0f05", std::string_view(line.data(), filled));
-    return result == kOk ? trace.leave(result) : trace.fail("smtp0f10", result);
+    return trace.finish("smtp0f10", result);
 }
 
 }  // namespace ovrmail::smtp
@@ -90,7 +90,7 @@ std::int32_t SMTP_send(std::int32_t sock, const char* buf, std::int32_t len,
                        std::uint32_t* err) noexcept {
     TraceScope trace("SMTP_s0000", "SMTP_sFFFF");
     const std::int32_t rc = SMTP_send2(sock, buf, len, err, smtp::kTraced);
-    return rc == smtp::kOk ? trace.leave(rc) : trace.fail("SMTP_s0010", rc);
+    return trace.finish("SMTP_s0010", rc);
 }
 
 std::int32_t SMTP_send2(std::int32_t sock, const char* buf, std::int32_t len, std::uint32_t* err,
@@ -104,7 +104,7 @@ std::int32_t SMTP_send2(std::int32_t sock, const char* buf, std::int32_t len, st
     const auto rules = smtp::send_rules(net::Follow::kNothing);
     const net::Report report = net::Sender(sock, bytes, rules, smtp::running_budget()).run();
     const smtp::Result result = smtp::judge(report, smtp::kSend, err);
-    return result == smtp::kOk ? trace.leave(result) : trace.fail("smtp0e10", result);
+    return trace.finish("smtp0e10", result);
 }
 
 std::int32_t SMTP_recv(std::int32_t sock, char* buf, std::int32_t size,
