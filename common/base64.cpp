@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstring>
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -124,16 +125,18 @@ Encoded encode_line_steps(std::span<const unsigned char> src, char* dst) noexcep
 
 }  // namespace
 
-std::size_t base64_encode(std::span<const unsigned char> src, char* dst) noexcept {
-    Encoded at{src.data(), dst};
-    if (has_avx2()) at = encode_steps(src, dst);
+std::size_t base64_encode(std::span<const unsigned char> src, std::span<char> dst) noexcept {
+    assert(dst.size() >= base64_length(src.size()));
+    Encoded at{src.data(), dst.data()};
+    if (has_avx2()) at = encode_steps(src, at.dst);
     const std::size_t done = static_cast<std::size_t>(at.src - src.data());
-    return static_cast<std::size_t>(encode_plain(src.subspan(done), at.dst) - dst);
+    return static_cast<std::size_t>(encode_plain(src.subspan(done), at.dst) - dst.data());
 }
 
-std::size_t base64_encode_lines(std::span<const unsigned char> src, char* dst) noexcept {
-    Encoded at{src.data(), dst};
-    if (has_avx2()) at = encode_line_steps(src, dst);
+std::size_t base64_encode_lines(std::span<const unsigned char> src, std::span<char> dst) noexcept {
+    assert(dst.size() >= (src.size() + kBase64LineBytes - 1) / kBase64LineBytes * kBase64LineSize);
+    Encoded at{src.data(), dst.data()};
+    if (has_avx2()) at = encode_line_steps(src, at.dst);
     for (auto left = src.subspan(static_cast<std::size_t>(at.src - src.data())); !left.empty();) {
         const std::size_t bytes = std::min(left.size(), kBase64LineBytes);
         at.dst = encode_plain(left.first(bytes), at.dst);
@@ -141,7 +144,7 @@ std::size_t base64_encode_lines(std::span<const unsigned char> src, char* dst) n
         *at.dst++ = '\n';
         left = left.subspan(bytes);
     }
-    return static_cast<std::size_t>(at.dst - dst);
+    return static_cast<std::size_t>(at.dst - dst.data());
 }
 
 }  // namespace ovrmail::common

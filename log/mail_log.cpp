@@ -19,6 +19,7 @@
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
 #include "file_util.h"
+#include "log/entry.hpp"
 #include "log/mail_log_handle.hpp"
 
 MailLogHandle* g_pLogHandle = nullptr;
@@ -28,8 +29,6 @@ namespace {
 
 constexpr std::int32_t kWritten = 0;
 constexpr std::int32_t kNotWritten = -1;
-constexpr std::uint32_t kReplyLevel = 2;
-constexpr std::uint32_t kNoteLevel = 3;
 constexpr std::array<const char*, 4> kLabels{nullptr, "S:", "R:", "-:"};
 constexpr std::array<const char*, 3> kExchanges{nullptr, "SMTP", "POP"};
 
@@ -54,7 +53,7 @@ void put(const MailLogHandle& log, std::string_view text) noexcept {
 void copy_text(std::uint32_t level, std::string_view text, std::span<char> room) noexcept {
     const auto shown = [level](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return level == kReplyLevel && (byte < 0x20 || byte == 0x7F) ? '?' : c;
+        return level == kReceived && (byte < 0x20 || byte == 0x7F) ? '?' : c;
     };
     std::transform(text.begin(), text.end(), room.begin(), shown);
 }
@@ -81,12 +80,12 @@ void write_entry(const MailLogHandle& log, std::uint32_t level, std::string_view
 // Writes `head`, which ends in a blank, and the caller's text behind it.
 // Kept: without a text the blank goes; with an empty one it stays.
 void write_error(const MailLogHandle& log, std::string_view head, const char* text) noexcept {
-    if (text == nullptr) return write_entry(log, kNoteLevel, head.substr(0, head.size() - 1));
+    if (text == nullptr) return write_entry(log, kNote, head.substr(0, head.size() - 1));
     std::array<char, kHeadSize + kErrorTextMax> entry;  // NOLINT(*-pro-type-member-init)
     const std::size_t length = ::strnlen(text, kErrorTextMax);
     std::memcpy(entry.data(), head.data(), head.size());
     std::memcpy(entry.data() + head.size(), text, length);
-    write_entry(log, kNoteLevel, {entry.data(), head.size() + length});
+    write_entry(log, kNote, {entry.data(), head.size() + length});
 }
 
 }  // namespace
@@ -123,7 +122,7 @@ std::int32_t MailLogSysErrWrite(MailLogHandle* log, const char* function, std::i
 
 std::int32_t MailLogTimeOutWrite(MailLogHandle* log, std::int32_t timer, std::int32_t kind,
                                  const char* text) noexcept {
-    if (kind != 1 && kind != 2) return log::kNotWritten;
+    if (kind != log::kSmtp && kind != log::kPop) return log::kNotWritten;
     if (log == nullptr) return log::kNotWritten;
     std::array<char, 64> head{};
     (void)common::format_into(head, "ERROR: %s TIMEOUT (timer=%d) ",

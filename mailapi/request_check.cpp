@@ -7,14 +7,13 @@
 #include <string_view>
 
 #include "common/text.hpp"
+#include "log/entry.hpp"
 #include "mail_log.h"
 #include "mailapi/steps.hpp"
 #include "smtp.h"
 
 namespace ovrmail::mailapi {
 namespace {
-
-constexpr std::uint32_t kLogNote = 3;
 
 struct TimeOutField {
     std::uint32_t MailTimeout::*seconds;
@@ -150,7 +149,7 @@ std::int32_t check_text(SendJob& job) noexcept {
     // A line break in the subject would forge a header, or a line of the log.
     const auto is_break = [](char c) { return c == '\r' || c == '\n'; };
     std::replace_copy_if(subject.begin(), subject.end(), job.subject.begin(), is_break, ' ');
-    MailLogWrite(g_pLogHandle, kLogNote, job.subject.data());
+    MailLogWrite(g_pLogHandle, log::kNote, job.subject.data());
 
     if (job.body_text() == nullptr) return 0;
     job.body_length = ::strnlen(job.body_text(), MAIL_BODY_MAX + 1);

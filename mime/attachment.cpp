@@ -72,7 +72,7 @@ bool put_encoded(BlockWriter& out, std::span<const char> bytes) noexcept {
         const auto part =
             bytes.first(std::min(bytes.size(), room.size() / kBase64LineSize * kBase64LineBytes));
         out.commit(common::base64_encode_lines(
-            {reinterpret_cast<const unsigned char*>(part.data()), part.size()}, room.data()));
+            {reinterpret_cast<const unsigned char*>(part.data()), part.size()}, room));
         bytes = bytes.subspan(part.size());
     }
     return true;

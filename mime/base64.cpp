@@ -13,8 +13,9 @@ std::int32_t SMTP_toBase64(char* src, char* dst, std::int32_t length) noexcept {
         const auto size = static_cast<std::size_t>(length);
         // Kept: callers may count on the three zero bytes behind the source.
         std::memset(src + size, 0, 3);
-        written = ovrmail::common::base64_encode(
-            {reinterpret_cast<const unsigned char*>(src), size}, dst);
+        written =
+            ovrmail::common::base64_encode({reinterpret_cast<const unsigned char*>(src), size},
+                                           {dst, ovrmail::common::base64_length(size)});
     }
     dst[written] = '\0';
     return static_cast<std::int32_t>(written);

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <bit>
+#include <cassert>
 #include <cstdint>
 #include <cstring>
 
@@ -98,7 +99,9 @@ unsigned jis_code(unsigned char lead, unsigned char trail) noexcept {
     return lead * 512U + trail - (lead < 0xE0 ? 0xE000U : 0x16000U) - offset;
 }
 
-char* to_iso2022(std::string_view src, char* dst) noexcept {
+std::size_t to_iso2022(std::string_view src, std::span<char> room) noexcept {
+    assert(room.size() >= iso2022_room(src.size()));
+    char* dst = room.data();
     for (bool first = true; !src.empty(); first = false) {
         const std::string_view single = src.substr(0, find_sjis_lead(src));
         dst = append_single(dst, single, first);
@@ -113,7 +116,7 @@ char* to_iso2022(std::string_view src, char* dst) noexcept {
         dst = convert_pairs(src, dst);
         dst = append(dst, kLeaveTwoByte);
     }
-    return dst;
+    return static_cast<std::size_t>(dst - room.data());
 }
 
 }  // namespace ovrmail::mime
@@ -126,6 +129,8 @@ std::uint32_t SMTP_sjistojis(std::uint32_t code) noexcept {
 }
 
 void SMTP_toISO2022(const char* src, char* dst) noexcept {
+    using namespace ovrmail::mime;
     if (dst == nullptr) return;
-    *ovrmail::mime::to_iso2022(src != nullptr ? src : "", dst) = '\0';
+    const std::string_view line = src != nullptr ? src : "";
+    dst[to_iso2022(line, {dst, iso2022_room(line.size())})] = '\0';
 }

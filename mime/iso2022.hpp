@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 namespace ovrmail::mime {
@@ -27,8 +28,8 @@ constexpr std::size_t next_dot_to_double(std::string_view line, std::size_t from
 // JIS X 0208 code of a pair whose first byte is a lead byte.
 unsigned jis_code(unsigned char lead, unsigned char trail) noexcept;
 
-// Converts a text that holds no NUL; dots that may start a line are doubled. Returns the end of
-// what was written, no NUL there.
-char* to_iso2022(std::string_view src, char* dst) noexcept;
+// Converts a text that holds no NUL into `dst`, which has iso2022_room() for it; dots that may
+// start a line are doubled. Returns the number of bytes written, no NUL behind them.
+std::size_t to_iso2022(std::string_view src, std::span<char> dst) noexcept;
 
 }  // namespace ovrmail::mime

@@ -110,7 +110,7 @@ private:
     void put_word() noexcept {
         std::array<char, common::base64_length(kWordBytes)> text;
         const std::size_t size = common::base64_encode(
-            {reinterpret_cast<const unsigned char*>(word_.data()), used_}, text.data());
+            {reinterpret_cast<const unsigned char*>(word_.data()), used_}, text);
         put(kWordStart);
         put({text.data(), size});
         put(kWordEnd);

@@ -70,8 +70,7 @@ bool put_japanese(const Line& line, common::BlockWriter& out) noexcept {
     text = text.substr(0, text.find('\0'));
     const std::span<char> room = out.room(iso2022_room(text.size()));
     if (room.empty()) return false;
-    const char* const end = to_iso2022(text, room.data());
-    const auto written = static_cast<std::size_t>(end - room.data());
+    const std::size_t written = to_iso2022(text, room);
     out.commit(::strnlen(room.data(), written));
     return true;
 }

@@ -14,6 +14,9 @@
 
 namespace ovrmail::net {
 
+// The longest line of a reply that is taken at once.
+inline constexpr std::size_t kReplySize = 1028;
+
 enum : short { kReadable = POLLIN, kWritable = POLLOUT };
 
 // Waits like select() on one descriptor, of any number: 1 ready, 0 time elapsed, -1 with errno
@@ -43,7 +46,7 @@ public:
     void clear() noexcept { text_ = {}; }
 
 private:
-    std::array<char, 1028> bytes_;
+    std::array<char, kReplySize> bytes_;
     std::string_view text_;
 };
 

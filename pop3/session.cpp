@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/text.hpp"
+#include "log/entry.hpp"
 #include "net/connect.hpp"
 #include "pop3.h"
 #include "pop3/transport.hpp"
@@ -17,8 +18,6 @@ using log::TraceScope;
 
 constexpr const char* kServiceNames[] = {"pop3"};
 constexpr net::Service kService{kServiceNames, 110, 5, 7};
-constexpr const char* kMasked = "******";
-constexpr std::size_t kErrorTextSize = 256;  // of the caller's buffer
 constexpr std::size_t kCommandSize = 1028;
 
 std::int32_t find_host(const char* host, in_addr_t& address, std::uint32_t* err,
@@ -41,7 +40,7 @@ std::int32_t answer(const Session& session, Result refused, char* error_text) no
     Reply reply;
     const std::int32_t rc = read_reply(session, reply);
     if (rc < 0 || rc == kPositive) return rc < 0 ? rc : kOk;
-    if (error_text != nullptr) common::copy_into({error_text, kErrorTextSize}, reply.data());
+    if (error_text != nullptr) common::copy_into({error_text, MAIL_DETAIL_SIZE}, reply.data());
     return refused;
 }
 
@@ -62,7 +61,7 @@ std::int32_t say_password(const Session& session, const char* password, char* er
     const int length = common::format_into(command, "PASS %s\r\n", password);
     std::int32_t rc = kPasswordRefused;
     if (length >= 0)
-        rc = send_command(session, {command.data(), static_cast<std::size_t>(length)}, kMasked,
+        rc = send_command(session, {command.data(), static_cast<std::size_t>(length)}, log::kMasked,
                           false);
     ::explicit_bzero(command.data(), command.size());
     return rc == kOk ? answer(session, kPasswordRefused, error_text) : rc;

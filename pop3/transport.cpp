@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "common/error_word.hpp"
+#include "log/entry.hpp"
 #include "mail_log.h"
 #include "pop3.h"
 
@@ -14,9 +15,6 @@ namespace {
 
 using log::TraceScope;
 
-constexpr std::uint32_t kLogSent = 1;
-constexpr std::uint32_t kLogReceived = 2;
-constexpr std::int32_t kLogPop = 2;  // kind of a time-out record
 constexpr std::string_view kPositiveStart = "+OK";
 
 // Unlike the SMTP side every byte that arrives is given only what is left, so the time-out bounds
@@ -73,7 +71,7 @@ std::int32_t send_bytes(const Session& session, std::string_view wire, bool trac
 
 Result judge(const net::Report& report, Result failure, std::uint32_t* err) noexcept {
     if (report.end == net::Report::End::kTimedOut) {
-        MailLogTimeOutWrite(g_pLogHandle, static_cast<std::int32_t>(g_ulPopTimeOut), kLogPop,
+        MailLogTimeOutWrite(g_pLogHandle, static_cast<std::int32_t>(g_ulPopTimeOut), log::kPop,
                             report.call);
         return kTimeOut;
     }
@@ -85,7 +83,7 @@ Result judge(const net::Report& report, Result failure, std::uint32_t* err) noex
 std::int32_t send_command(const Session& session, std::string_view wire, const char* shown,
                           bool traced) noexcept {
     const std::int32_t rc = send_bytes(session, wire, traced);
-    if (rc == kOk) MailLogWrite(g_pLogHandle, kLogSent, shown);
+    if (rc == kOk) MailLogWrite(g_pLogHandle, log::kSent, shown);
     return rc;
 }
 
@@ -93,7 +91,7 @@ std::int32_t read_reply(const Session& session, Reply& reply) noexcept {
     TraceScope trace("Pop3_0a00", "Pop3_0aff", session.trace);
     const std::int32_t length = receive_line(session, reply);
     if (length < 0) return trace.fail("Pop3_0a10", length);
-    MailLogWrite(g_pLogHandle, kLogReceived, reply.data());
+    MailLogWrite(g_pLogHandle, log::kReceived, reply.data());
     const std::string_view line(reply.data(), static_cast<std::size_t>(length));
     const bool positive = line.size() > kPositiveStart.size() && line.starts_with(kPositiveStart);
     return trace.leave(positive ? kPositive : kNegative);

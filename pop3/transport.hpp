@@ -25,8 +25,7 @@ enum Result : std::int32_t {
 
 enum Answer : std::int32_t { kPositive = 1, kNegative = 2 };
 
-inline constexpr std::size_t kReplySize = 1028;
-using Reply = std::array<char, kReplySize>;  // a line of up to 1,027 bytes and a NUL
+using Reply = std::array<char, net::kReplySize>;  // a line of up to 1,027 bytes and a NUL
 
 // One session call: what its steps share.
 struct Session {

@@ -7,6 +7,7 @@
 #include "common/base64.hpp"
 #include "common/error_word.hpp"
 #include "common/text.hpp"
+#include "log/entry.hpp"
 #include "log/trace_scope.hpp"
 #include "smtp.h"
 #include "smtp/credentials.hpp"
@@ -25,8 +26,6 @@ constexpr std::size_t kFieldMax = sizeof(MailAuthAccount::szUser);
 constexpr std::size_t kPlainSize = common::base64_length(3 * kFieldMax + 2) + 1;
 constexpr std::size_t kCramSize = common::base64_length(kFieldMax + 33) + 1;
 constexpr std::size_t kLoginSize = 256;
-constexpr const char* kMasked = "******";
-constexpr const char* kMaskedPlain = "AUTH PLAIN ******";
 
 // The account's fields as texts that surely end.
 struct Credentials {
@@ -85,7 +84,8 @@ std::int32_t auth_cram_md5(int sock, const MailAuthAccount& account, std::uint32
         return trace.fail("INCRAM0020", kAuthRefused);
     Secret<kCramSize + 2> line;
     const int length = common::format_into(line, "%s\r\n", response.data());
-    rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked, true}, '2', err);
+    rc =
+        step(sock, {{line.data(), static_cast<std::size_t>(length)}, log::kMasked, true}, '2', err);
     return trace.finish("INCRAM0030", rc);
 }
 
@@ -96,8 +96,10 @@ std::int32_t auth_plain(int sock, const MailAuthAccount& account, std::uint32_t*
     Auth_GetCertPlainString(mine.user.data(), mine.password.data(), response.data());
     Secret<kPlainSize + 16> line;
     const int length = common::format_into(line, "AUTH PLAIN %s\r\n", response.data());
+    std::array<char, 32> masked;
+    common::format_into(masked, "AUTH PLAIN %s", log::kMasked);
     const std::int32_t rc =
-        step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMaskedPlain}, '2', err);
+        step(sock, {{line.data(), static_cast<std::size_t>(length)}, masked.data()}, '2', err);
     return trace.finish("INPLAN0010", rc);
 }
 
@@ -115,7 +117,7 @@ std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t*
     rc = step(sock, plain({line.data(), static_cast<std::size_t>(length)}), '3', err);
     if (rc != kOk) return trace.fail("INLGIN0020", rc);
     length = common::format_into(line, "%s\r\n", password.data());
-    rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, kMasked}, '2', err);
+    rc = step(sock, {{line.data(), static_cast<std::size_t>(length)}, log::kMasked}, '2', err);
     return trace.finish("INLGIN0030", rc);
 }
 

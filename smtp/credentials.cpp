@@ -60,8 +60,8 @@ std::size_t to_base64(std::span<const char> in, std::span<char> out) noexcept {
         if (!out.empty()) out.front() = '\0';
         return 0;
     }
-    const std::size_t length = common::base64_encode(
-        {reinterpret_cast<const unsigned char*>(in.data()), in.size()}, out.data());
+    const std::size_t length =
+        common::base64_encode({reinterpret_cast<const unsigned char*>(in.data()), in.size()}, out);
     out[length] = '\0';
     return length;
 }

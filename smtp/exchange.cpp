@@ -2,6 +2,7 @@
 // send, log, read, log. Secrets reach neither log nor trace unless a command shows them here.
 #include "smtp/exchange.hpp"
 
+#include "log/entry.hpp"
 #include "mail_log.h"
 #include "smtp.h"
 #include "smtp/result.hpp"
@@ -10,8 +11,6 @@
 namespace ovrmail::smtp {
 namespace {
 
-constexpr std::uint32_t kLogSent = 1;
-constexpr std::uint32_t kLogReceived = 2;
 constexpr std::int32_t kUntraced = 0;
 
 }  // namespace
@@ -21,7 +20,7 @@ std::int32_t send_command(int sock, const Command& command, std::uint32_t* err) 
     const std::int32_t rc = command.traced
                                 ? SMTP_send(sock, command.wire.data(), length, err)
                                 : SMTP_send2(sock, command.wire.data(), length, err, kUntraced);
-    if (rc == kOk) MailLogWrite(g_pLogHandle, kLogSent, command.shown);
+    if (rc == kOk) MailLogWrite(g_pLogHandle, log::kSent, command.shown);
     return rc;
 }
 
@@ -33,7 +32,7 @@ std::int32_t read_reply(int sock, std::uint32_t* err) noexcept {
     return rc;
 }
 
-void log_reply_line() noexcept { MailLogWrite(g_pLogHandle, kLogReceived, reply_text()); }
+void log_reply_line() noexcept { MailLogWrite(g_pLogHandle, log::kReceived, reply_text()); }
 
 std::int32_t exchange(int sock, const Command& command, std::uint32_t* err) noexcept {
     const std::int32_t rc = send_command(sock, command, err);

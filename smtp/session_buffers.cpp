@@ -15,8 +15,7 @@
 namespace ovrmail::smtp {
 namespace {
 
-constexpr std::size_t kDetailStart = 4;     // "250 "
-constexpr std::size_t kResponseSize = 256;  // of the caller's area
+constexpr std::size_t kDetailStart = 4;  // "250 "
 
 std::array<char, kReplySize + 1> g_reply{};  // one NUL more than a reply can fill
 std::array<char, kCommandSize> g_command{};
@@ -45,6 +44,6 @@ void SMTP_GetSmtpSvResponce(char* dst) noexcept {
     const log::TraceFrame trace("GETSMTP0000", "GETSMTPFFFF");
     if (dst == nullptr) return;
     // allow: a field of fixed size
-    std::strncpy(dst, smtp::reply_text(), smtp::kResponseSize - 1);
-    dst[smtp::kResponseSize - 1] = '\0';
+    std::strncpy(dst, smtp::reply_text(), MAIL_DETAIL_SIZE - 1);
+    dst[MAIL_DETAIL_SIZE - 1] = '\0';
 }

@@ -5,9 +5,11 @@
 #include <span>
 #include <string_view>
 
+#include "net/socket_io.hpp"
+
 namespace ovrmail::smtp {
 
-inline constexpr std::size_t kReplySize = 1028;
+using net::kReplySize;
 inline constexpr std::size_t kCommandSize = 4104;
 
 // Last line of the last reply, as received.

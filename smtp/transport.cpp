@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "common/error_word.hpp"
+#include "log/entry.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_log.h"
 #include "smtp.h"
@@ -19,8 +20,7 @@ namespace {
 
 using log::TraceScope;
 
-constexpr std::int32_t kLogSmtp = 1;  // kind of a time-out record
-constexpr std::int32_t kTraced = 1;   // trace flag of SMTP_send2
+constexpr std::int32_t kTraced = 1;  // trace flag of SMTP_send2
 
 // Kept: a byte does not shorten the wait for the next one.
 constexpr net::ReceiveRules kReplyRules{.end = net::LineEnd::kCrLf, .wait_shrinks = false};
@@ -50,7 +50,7 @@ Result judge(const net::Report& report, Result failure, std::uint32_t* err) noex
         case net::Report::End::kDone:
             return kOk;
         case net::Report::End::kTimedOut:
-            MailLogTimeOutWrite(g_pLogHandle, static_cast<std::int32_t>(g_ulTimeOut), kLogSmtp,
+            MailLogTimeOutWrite(g_pLogHandle, static_cast<std::int32_t>(g_ulTimeOut), log::kSmtp,
                                 report.call);
             return kTimeOut;
         case net::Report::End::kFailed:

@@ -56,10 +56,10 @@ TEST(Base64, AgreesWithTheDefinitionAtEveryLength) {
         for (char& byte : bytes) byte = static_cast<char>(random());
         const std::span src(reinterpret_cast<const unsigned char*>(bytes.data()), length);
         std::vector<char> flat(ovrmail::common::base64_length(length));
-        EXPECT_EQ(ovrmail::common::base64_encode(src, flat.data()), flat.size());
+        EXPECT_EQ(ovrmail::common::base64_encode(src, flat), flat.size());
         EXPECT_EQ(string(flat.begin(), flat.end()), plain_base64(bytes));
         std::vector<char> lines((length + 50) / 51 * 70);
-        lines.resize(ovrmail::common::base64_encode_lines(src, lines.data()));
+        lines.resize(ovrmail::common::base64_encode_lines(src, lines));
         string wanted;
         for (std::size_t at = 0; at < length; at += 51)
             wanted += plain_base64(bytes.substr(at, 51)) + "\r\n";

@@ -154,7 +154,7 @@ TEST_F(Pieces, LinesForward) {
         {'x', 1, "\r\na\r\n\r\nb\r\n", "c\r\n"},  // not blank
         {'\n', 2, "\r\na\r\n\r\nb\r\n", "c\r\n"},
         {'x', 0, string(1022, 'x') + "\r\n", "b\r\n"},
-        {'x', 0, string(1024, 'x'), "x\r\n"},  // too long for the room: cut
+        {'x', 0, string(1024, 'x'), "x\r\n"},       // too long for the room: cut
         {'x', 1, "a\r\n" + string(1021, 'x'), ""},  // the room is all there is
         {'x', 1, lines(960), string(78, 'x') + "\r\n\r\n"},
     };

@@ -131,8 +131,7 @@ TEST(Credentials, Decoder) {
     for (const auto& [text, bytes] : cases) {
         std::array<char, 16> out;
         out.fill('#');
-        EXPECT_EQ(ovrmail::smtp::from_base64(out, text), static_cast<int>(bytes.size()))
-            << text;
+        EXPECT_EQ(ovrmail::smtp::from_base64(out, text), static_cast<int>(bytes.size())) << text;
         EXPECT_EQ(std::string(out.data()), bytes) << text;
     }
 }
@@ -176,9 +175,8 @@ TEST(Md5, Digests) {
     Digest made;
     ovrmail::smtp::hmac_md5(std::string(50, '\xdd'), std::string(16, '\xaa'), made);
     EXPECT_EQ(hex(made), "56be34521d144c88dbb8c733f0e8b3f6");
-    ovrmail::smtp::hmac_md5(
-        std::string("Test Using Larger Than Block-Size Key - Hash Key First"),
-        std::string(80, '\xaa'), made);
+    ovrmail::smtp::hmac_md5(std::string("Test Using Larger Than Block-Size Key - Hash Key First"),
+                            std::string(80, '\xaa'), made);
     EXPECT_EQ(hex(made), "6b1ab7fe4bd7bf8f0b62e6ce61b9d0cd");
 }
 

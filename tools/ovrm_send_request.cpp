@@ -61,7 +61,7 @@ bool read_password(const Options& options, std::string& password) {
     }
     std::ifstream file(*options.password_file, std::ios::binary);
     if (!file) return complain(*options.password_file, std::strerror(errno));
-    password.reserve(MAIL_ACCOUNT_MAX * 4);
+    password.reserve(std::size_t{MAIL_ACCOUNT_MAX} * 4);
     std::getline(file, password);
     if (!password.empty() && password.back() == '\r') password.pop_back();
     return true;

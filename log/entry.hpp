@@ -1,0 +1,17 @@
+// entry.hpp - what entries of the mail log are made of.
+#pragma once
+
+#include <cstdint>
+
+namespace ovrmail::log {
+
+// Levels of MailLogWrite.
+enum Level : std::uint32_t { kSent = 1, kReceived = 2, kNote = 3 };
+
+// Exchanges of MailLogTimeOutWrite.
+enum Exchange : std::int32_t { kSmtp = 1, kPop = 2 };
+
+// Stands for every password.
+inline constexpr const char* kMasked = "******";
+
+}  // namespace ovrmail::log
