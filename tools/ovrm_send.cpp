@@ -1,23 +1,21 @@
 // ovrm_send.cpp - sends one mail through the library, by hand or from a script.
 //
-// The command calls the library's exported functions only. It sets no locale: the library then
-// takes text as Shift_JIS, to which the command has converted it.
+// The command sends through ovrmail.hpp, as any C++ program may. It sets no locale: the library
+// then takes text as Shift_JIS, to which the header converts it.
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <array>
 #include <fstream>
 #include <iostream>
 #include <string>
 
-#include "mail_api.h"
 #include "ovrm_send_compose.hpp"
 #include "ovrm_send_config.hpp"
 #include "ovrm_send_options.hpp"
 #include "ovrm_send_request.hpp"
 #include "ovrm_send_results.hpp"
-#include "ovrm_send_text.hpp"
 #include "ovrm_send_watch.hpp"
+#include "ovrmail.hpp"
 
 namespace {
 
@@ -45,7 +43,7 @@ public:
         file.seekg(continued ? before_ : std::streampos(0));
         for (std::string line; std::getline(file, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
-            std::cout << ovrm_send::to_utf8(line) << "\n";
+            std::cout << ovrmail::from_library_text(line) << "\n";
         }
     }
 
@@ -55,24 +53,15 @@ private:
 };
 
 int send(const Options& options, const Request& request) {
-    const MailEntry recipient{MAIL_KIND_RECIPIENT, 0, options.to.c_str()};
-    const MailSplitOption split{options.split_kb.value_or(64), options.port};
-    const auto& parts = request.parts();
-    std::array<char, 256> detail{};
-    const bool progress =
-        !options.quiet && isatty(STDERR_FILENO) != 0 && request.estimated_bytes() > kBigMail;
+    const std::uint64_t bytes = request.estimated_bytes();
+    const bool progress = !options.quiet && isatty(STDERR_FILENO) != 0 && bytes > kBigMail;
     const LogExcerpt log;
-    std::int32_t result = 0;
-    {
-        const ovrm_send::Watch watch(progress ? request.estimated_bytes() : 0);
-        result = OvRm_SendEMail(
-            &recipient, 1, parts.data(), static_cast<std::uint32_t>(parts.size()),
-            options.from.c_str(), request.subject().c_str(), options.server.c_str(),
-            options.split_kb ? 1 : 0, &split, options.time_out ? &*options.time_out : nullptr,
-            request.auth(), detail.data());
-    }
+    const ovrmail::Outcome outcome = [&] {
+        const ovrm_send::Watch watch(progress ? bytes : 0);
+        return ovrmail::send(request.mail(), request.server());
+    }();
     if (options.verbose) log.print();
-    return ovrm_send::report_result(result, detail.data(), options.quiet);
+    return ovrm_send::report_outcome(outcome, options.quiet);
 }
 
 }  // namespace

@@ -59,9 +59,9 @@ int failed(const char* step, std::int32_t result, std::uint32_t err) {
 
 // As the library stages a body: one CR before an LF goes, every line ends in CR LF, and one CR LF
 // more ends the text.
-bool stage_body(const std::string& path, const std::optional<std::string>& body) {
+bool stage_body(const std::string& path, const std::string& body) {
     std::ofstream out(path, std::ios::binary);
-    std::istringstream lines(body.value_or(""));
+    std::istringstream lines(body);
     std::string line;
     while (std::getline(lines, line)) {
         const bool ended = !lines.eof();
@@ -84,7 +84,11 @@ void read_mail_options() {
 class Composer {
 public:
     Composer(const Options& options, const Request& request)
-        : options_(options), request_(request), inspector_(!options.prepared.empty()) {}
+        : options_(options),
+          mail_(request.mail()),
+          estimated_bytes_(request.estimated_bytes()),
+          subject_(ovrmail::to_library_text(mail_.subject).bytes),
+          inspector_(mail_.prepared.has_value()) {}
     ~Composer() {
         if (fd_ >= 0) FileClose(fd_);
     }
@@ -95,7 +99,7 @@ public:
 
 private:
     [[nodiscard]] bool is_split() const {
-        const std::uint64_t kb = (request_.estimated_bytes() + kBlock - 1) / kBlock;
+        const std::uint64_t kb = (estimated_bytes_ + kBlock - 1) / kBlock;
         return options_.split_kb && kb > static_cast<std::uint64_t>(*options_.split_kb);
     }
     int compose_ordinary();
@@ -106,7 +110,9 @@ private:
     int print_piece(std::int32_t length, std::int32_t number, std::int32_t total, const char* id);
 
     const Options& options_;
-    const Request& request_;
+    const ovrmail::Mail& mail_;
+    const std::uint64_t estimated_bytes_;
+    const std::string subject_; /* as the library takes it */
     Inspector inspector_;
     TemporaryDirectory dir_;
     std::int32_t fd_ = -1;
@@ -119,7 +125,7 @@ int Composer::run() {
     if (!dir_.usable()) return failed("making a temporary directory", -1, 0);
     fd_ = FileOpen(dir_.file("composed").c_str());
     if (fd_ < 0) return failed("making a working file", fd_, static_cast<std::uint32_t>(errno));
-    const int status = options_.prepared.empty() ? compose_ordinary() : compose_prepared();
+    const int status = !mail_.prepared ? compose_ordinary() : compose_prepared();
     if (status != EX_OK) return status;
     inspect_host_name();
     return is_split() ? print_pieces() : print_whole();
@@ -127,15 +133,16 @@ int Composer::run() {
 
 int Composer::compose_ordinary() {
     const std::string body_path = dir_.file("body");
-    if (!stage_body(body_path, request_.body())) return failed("staging the body", -1, 0);
-    const auto& parts = request_.parts();
-    std::int32_t result = SMTP_makeTopData(fd_, body_path.c_str(), options_.from.c_str(),
-                                           options_.to.c_str(), request_.subject().c_str(),
-                                           boundary_.data(), parts.size() > 1, is_split(), &err_);
+    if (!stage_body(body_path, ovrmail::to_library_text(mail_.body).bytes))
+        return failed("staging the body", -1, 0);
+    const auto& files = mail_.attachments;
+    std::int32_t result =
+        SMTP_makeTopData(fd_, body_path.c_str(), options_.from.c_str(), options_.to.c_str(),
+                         subject_.c_str(), boundary_.data(), !files.empty(), is_split(), &err_);
     if (result < 0) return failed("composing the header and text", result, err_);
-    for (std::size_t i = 1; i < parts.size(); ++i) {
-        const char* path = static_cast<const char*>(parts[i].value);
-        result = SMTP_makeAppendData(fd_, path, boundary_.data(), i + 1 < parts.size(), &err_);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const char* path = files[i].path.c_str();
+        result = SMTP_makeAppendData(fd_, path, boundary_.data(), i + 1 < files.size(), &err_);
         if (result < 0) return failed(path, result, err_);
     }
     return EX_OK;
@@ -144,8 +151,8 @@ int Composer::compose_ordinary() {
 int Composer::compose_prepared() {
     std::int32_t result = 0;
     if (options_.prepared_header.empty()) {
-        result = SMTP_makeMIME(fd_, options_.from.c_str(), options_.to.c_str(),
-                               request_.subject().c_str(), &err_);
+        result =
+            SMTP_makeMIME(fd_, options_.from.c_str(), options_.to.c_str(), subject_.c_str(), &err_);
     } else {
         result = SMTP_makeAppend_TargetFile(fd_, options_.prepared_header.c_str(), &err_);
     }
@@ -193,9 +200,9 @@ int Composer::print_piece(std::int32_t length, std::int32_t number, std::int32_t
         ssize_t got = 0;
         while ((got = read(fd, block.data(), block.size())) > 0) wire.write(block.data(), got);
     });
-    const std::int32_t result = SMTP_sendData_Partial(
-        pair[1], piece_.data(), length, options_.from.c_str(), options_.to.c_str(),
-        request_.subject().c_str(), number, total, id, &err_);
+    const std::int32_t result =
+        SMTP_sendData_Partial(pair[1], piece_.data(), length, options_.from.c_str(),
+                              options_.to.c_str(), subject_.c_str(), number, total, id, &err_);
     close(pair[1]);
     reader.join();
     close(pair[0]);

@@ -17,13 +17,10 @@
 namespace ovrm_send {
 namespace {
 
-constexpr std::size_t kMaxAddress = 256;
-constexpr std::size_t kMaxPath = 1024;
-constexpr std::size_t kMaxAccount = 64;
-constexpr std::int32_t kMinTimeOut = 60;
-constexpr std::int32_t kMaxTimeOut = 3600;
+using ovrmail::PopFirst;
+using ovrmail::TimeOuts;
+
 constexpr std::int32_t kMaxPort = 65535;
-constexpr MailTimeout kDefaultTimeOuts = MAIL_TIMEOUT_DEFAULTS;
 
 struct Row;
 using Apply = bool (*)(Options&, const Row&, std::string_view);
@@ -82,10 +79,9 @@ bool set_any(Options& options, const Row& /*row*/, std::string_view text) {
     return true;
 }
 
-template <std::uint32_t MailTimeout::*Field>
+template <std::chrono::seconds TimeOuts::*Field>
 bool set_time_out(Options& options, const Row& row, std::string_view text) {
-    if (!options.time_out) options.time_out = kDefaultTimeOuts;
-    return number(row, text, kMinTimeOut, kMaxTimeOut, (*options.time_out).*Field);
+    return number(row, text, MAIL_TIMEOUT_MIN, MAIL_TIMEOUT_MAX, options.time_outs.*Field);
 }
 
 bool set_port(Options& options, const Row& row, std::string_view text) {
@@ -96,20 +92,20 @@ bool add_recipient(Options& options, const Row& row, std::string_view text) {
     std::string list = options.to;
     if (!list.empty()) list += ',';
     list += text;
-    return text_within(row, list, kMaxAddress, options.to);
+    return text_within(row, list, MAIL_ADDRESS_MAX, options.to);
 }
 
 template <bool Temporary>
 bool add_attachment(Options& options, const Row& row, std::string_view text) {
     std::string path;
-    if (!text_within(row, text, kMaxPath, path)) return false;
+    if (!text_within(row, text, MAIL_PATH_MAX, path)) return false;
     options.attachments.push_back({path, Temporary});
     return true;
 }
 
 bool set_split(Options& options, const Row& row, std::string_view text) {
-    std::int32_t size_kb = 64;
-    if (!text.empty() && !number(row, text, 10, 100, size_kb)) return false;
+    int size_kb = MAIL_SPLIT_DEFAULT;
+    if (!text.empty() && !number(row, text, MAIL_SPLIT_MIN, MAIL_SPLIT_MAX, size_kb)) return false;
     options.split_kb = size_kb;
     return true;
 }
@@ -140,31 +136,31 @@ bool set_mechanisms(Options& options, const Row& row, std::string_view text) {
 }
 
 bool set_pop_host(Options& options, const Row& row, std::string_view text) {
-    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
+    PopFirst& pop = options.pop ? *options.pop : options.pop.emplace();
     const std::size_t colon = text.find(':');
-    if (!text_within(row, text.substr(0, colon), kMaxAddress, pop.host)) return false;
+    if (!text_within(row, text.substr(0, colon), MAIL_ADDRESS_MAX, pop.host)) return false;
     return colon == std::string_view::npos ||
            number(row, text.substr(colon + 1), 1, kMaxPort, pop.port);
 }
 
 bool set_pop_wait(Options& options, const Row& row, std::string_view text) {
-    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
-    return number(row, text, 0, 3600000, pop.wait_ms);
+    PopFirst& pop = options.pop ? *options.pop : options.pop.emplace();
+    return number(row, text, 0, MAIL_POP_WAIT_MAX, pop.wait);
 }
 
 bool set_pop_time_out(Options& options, const Row& row, std::string_view text) {
-    PopBefore& pop = options.pop ? *options.pop : options.pop.emplace();
-    return number(row, text, kMinTimeOut, kMaxTimeOut, pop.time_out);
+    PopFirst& pop = options.pop ? *options.pop : options.pop.emplace();
+    return number(row, text, MAIL_TIMEOUT_MIN, MAIL_TIMEOUT_MAX, pop.time_out);
 }
 
 constexpr std::array kRows{
     Row{"server", 'S', "HOST", "SMTP server, name or dotted IPv4 address",
-        set_text<&Options::server, kMaxAddress>},
+        set_text<&Options::server, MAIL_ADDRESS_MAX>},
     Row{"port", 'p', "N", "its port (the \"smtp\" service, else 25)", set_port},
-    Row{"from", 'f', "ADDRESS", "sender", set_text<&Options::from, kMaxAddress>},
+    Row{"from", 'f', "ADDRESS", "sender", set_text<&Options::from, MAIL_ADDRESS_MAX>},
     Row{"to", 't', "ADDRESS", "recipient; repeat it or separate with commas", add_recipient},
     Row{"subject", 's', "TEXT", "subject, UTF-8; 64 bytes once converted",
-        set_text<&Options::subject, kMaxPath>},
+        set_text<&Options::subject, MAIL_PATH_MAX>},
     Row{"body", 'b', "TEXT", "text of the mail, UTF-8; 10238 bytes once converted",
         set_any<&Options::body>},
     Row{"body-file", 'F', "FILE", "read the text from FILE, - for standard input",
@@ -178,26 +174,23 @@ constexpr std::array kRows{
     Row{"pop-wait", 0, "MS", "milliseconds to wait after the POP3 session (0)", set_pop_wait},
     Row{"pop-timeout", 0, "SECONDS", "time for one POP3 reply, 60 to 3600 (60)", set_pop_time_out},
     Row{"user", 'u', "NAME", "account for --auth or --pop-before",
-        set_text<&Options::user, kMaxAccount>},
+        set_text<&Options::user, MAIL_ACCOUNT_MAX>},
     Row{"password-file", 0, "FILE", "its password: the first line of FILE",
         set_any<&Options::password_file>},
     Row{"password-env", 0, "NAME", "its password: environment variable NAME",
         set_any<&Options::password_variable>},
     Row{"prepared", 0, "FILE", "send FILE, already built (S/MIME); see the manual",
-        set_text<&Options::prepared, kMaxPath>},
+        set_text<&Options::prepared, MAIL_PATH_MAX>},
     Row{"prepared-header", 0, "FILE", "with --prepared: header lines to use instead of generated",
-        set_text<&Options::prepared_header, kMaxPath>},
+        set_text<&Options::prepared_header, MAIL_PATH_MAX>},
     Row{"timeout-greeting", 0, "SECONDS", "greeting, EHLO, AUTH (300); all: 60 to 3600",
-        set_time_out<&MailTimeout::ulConnectTimeOut>},
-    Row{"timeout-mail", 0, "SECONDS", "MAIL FROM (300)",
-        set_time_out<&MailTimeout::ulMailFromTimeOut>},
-    Row{"timeout-rcpt", 0, "SECONDS", "each RCPT TO (300)",
-        set_time_out<&MailTimeout::ulRcptToTimeOut>},
-    Row{"timeout-data", 0, "SECONDS", "DATA (120)", set_time_out<&MailTimeout::ulDataTimeOut>},
+        set_time_out<&TimeOuts::greeting>},
+    Row{"timeout-mail", 0, "SECONDS", "MAIL FROM (300)", set_time_out<&TimeOuts::mail>},
+    Row{"timeout-rcpt", 0, "SECONDS", "each RCPT TO (300)", set_time_out<&TimeOuts::rcpt>},
+    Row{"timeout-data", 0, "SECONDS", "DATA (120)", set_time_out<&TimeOuts::data>},
     Row{"timeout-block", 0, "SECONDS", "each block of the message (180)",
-        set_time_out<&MailTimeout::ulSendDataTimeOut>},
-    Row{"timeout-end", 0, "SECONDS", "the end of the message (600)",
-        set_time_out<&MailTimeout::ulEndDataTimeOut>},
+        set_time_out<&TimeOuts::block>},
+    Row{"timeout-end", 0, "SECONDS", "the end of the message (600)", set_time_out<&TimeOuts::end>},
     Row{"replace", 0, nullptr, "send \"?\" for characters that cannot be sent",
         set_flag<&Options::replace>},
     Row{"dry-run", 'n', nullptr, "print the message as it would go out; connect to nothing",

@@ -6,35 +6,23 @@
 #include <string>
 #include <vector>
 
-#include "mail_types.h"
+#include "ovrmail.hpp"
 
 namespace ovrm_send {
 
-struct Attachment {
-    std::string path;
-    bool temporary; /* deleted by the library after a successful send */
-};
-
-struct PopBefore {
-    std::string host;
-    std::uint32_t port = 0;
-    std::int32_t wait_ms = 0;
-    std::uint16_t time_out = 60; /* seconds */
-};
-
 struct Options {
     std::string server;
-    std::uint32_t port = 0;
+    int port = 0;
     std::string from;
     std::string to; /* comma-separated, as the library takes it */
     std::string subject;
     std::optional<std::string> body;
     std::optional<std::string> body_file; /* "-": standard input */
-    std::vector<Attachment> attachments;
-    std::optional<std::int32_t> split_kb;
-    std::optional<MailTimeout> time_out;
-    std::uint32_t mechanisms = 0; /* MAIL_MECH_ bits; 0: no SMTP AUTH */
-    std::optional<PopBefore> pop;
+    std::vector<ovrmail::Attachment> attachments;
+    std::optional<int> split_kb;
+    ovrmail::TimeOuts time_outs;
+    std::uint32_t mechanisms = 0;         /* MAIL_MECH_ bits; 0: no SMTP AUTH */
+    std::optional<ovrmail::PopFirst> pop; /* without the account */
     std::string user;
     std::optional<std::string> password_file;
     std::optional<std::string> password_variable;

@@ -1,5 +1,5 @@
-// ovrm_send_request.cpp - reads what the options name (text, password, attachments) and lays it
-// out as the library's records.
+// ovrm_send_request.cpp - reads what the options name (text, password) and makes a mail and a
+// server of it.
 #include "ovrm_send_request.hpp"
 
 #include <sys/stat.h>
@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 
-#include "ovrm_send_text.hpp"
+#include "ovrm_send_results.hpp"
 
 namespace ovrm_send {
 namespace {
@@ -40,13 +42,6 @@ void drop_last_line_end(std::string& text) {
     if (!text.empty() && text.back() == '\r') text.pop_back();
 }
 
-bool fits(const char* what, const std::string& text, std::size_t limit) {
-    if (text.size() <= limit) return true;
-    std::cerr << "ovrm-send: " << what << ": " << text.size()
-              << " bytes once converted, the limit is " << limit << "\n";
-    return false;
-}
-
 bool read_password(const Options& options, std::string& password) {
     if (options.password_variable) {
         const char* value = std::getenv(options.password_variable->c_str());
@@ -61,94 +56,88 @@ bool read_password(const Options& options, std::string& password) {
     }
     std::ifstream file(*options.password_file, std::ios::binary);
     if (!file) return complain(*options.password_file, std::strerror(errno));
-    password.reserve(std::size_t{MAIL_ACCOUNT_MAX} * 4);
+    password.reserve(std::size_t{4} * MAIL_ACCOUNT_MAX);
     std::getline(file, password);
     if (!password.empty() && password.back() == '\r') password.pop_back();
     return true;
 }
 
-template <std::size_t Size>
-void store(char (&field)[Size], const std::string& text) {
-    text.copy(field, Size - 1);
+void wipe(std::string& secret) { explicit_bzero(secret.data(), secret.size()); }
+
+std::vector<std::string> split_at_commas(const std::string& list) {
+    std::vector<std::string> elements;
+    std::istringstream in(list + ',');
+    for (std::string element; std::getline(in, element, ',');) elements.push_back(element);
+    return elements;
 }
 
 }  // namespace
 
 Request::Request(const Options& options) : options_(options) {
+    mail_.sender = options.from;
+    mail_.recipients = split_at_commas(options.to);
+    mail_.subject = options.subject;
+    if (options.replace) mail_.replace_unsendable();
+    list_parts();
     if (!read_texts()) {
         exit_status_ = EX_DATAERR;
-    } else if (!list_parts()) {
-        exit_status_ = EX_NOINPUT;
-    } else if (!options.dry_run && !options.user.empty() && !read_account()) {
-        exit_status_ = EX_CONFIG;
+    } else if (const auto problem = ovrmail::check(mail_)) {
+        exit_status_ = report_outcome(*problem, false);
+    } else if (!options.dry_run) {
+        exit_status_ = read_server();
     }
 }
 
 Request::~Request() {
-    explicit_bzero(&smtp_account_, sizeof smtp_account_);
-    explicit_bzero(&pop_account_, sizeof pop_account_);
+    if (server_.account) wipe(server_.account->password);
+    if (server_.pop_first) wipe(server_.pop_first->password);
 }
 
 bool Request::read_texts() {
-    const auto converted = to_shift_jis("subject", options_.subject, options_.replace);
     std::optional<std::string> text = options_.body;
     if (options_.body_file && !read_all(*options_.body_file, text.emplace())) return false;
-    if (text) {
-        drop_last_line_end(*text);
-        body_ = to_shift_jis("body", *text, options_.replace);
-        if (!body_) return false;
-    }
-    if (!converted) return false;
-    subject_ = *converted;
-    return fits("subject", subject_, MAIL_SUBJECT_MAX) &&
-           (!body_ || fits("body", *body_, MAIL_BODY_MAX));
+    if (text) drop_last_line_end(*text);
+    mail_.body = text.value_or("");
+    const std::size_t unsendable =
+        report_unsendable("subject", mail_.subject) + report_unsendable("body", mail_.body);
+    return unsendable == 0 || options_.replace;
 }
 
-bool Request::list_parts() {
-    parts_.push_back({MAIL_KIND_BODY, 0, body_ ? body_->c_str() : nullptr});
-    estimated_bytes_ = 2 + (body_ ? body_->size() : 0);
-    for (const Attachment& attachment : options_.attachments) {
-        struct stat status {};
-        if (stat(attachment.path.c_str(), &status) != 0) {
-            return complain(attachment.path, std::strerror(errno));
-        }
-        if (!S_ISREG(status.st_mode)) return complain(attachment.path, "not a file");
-        const std::uint32_t kind =
-            attachment.temporary ? MAIL_KIND_ATTACHMENT_TEMP : MAIL_KIND_ATTACHMENT;
-        parts_.push_back({kind, 0, attachment.path.c_str()});
-        estimated_bytes_ += (static_cast<std::uint64_t>(status.st_size) * 4 + 2) / 3;
-    }
-    if (!options_.prepared.empty()) {
-        parts_.push_back({MAIL_KIND_PREPARED, 0, options_.prepared.c_str()});
-    }
-    if (!options_.prepared_header.empty()) {
-        parts_.push_back({MAIL_KIND_PREPARED_HEADER, 0, options_.prepared_header.c_str()});
-    }
-    return true;
+void Request::list_parts() {
+    mail_.attachments = options_.attachments;
+    if (!options_.prepared.empty())
+        mail_.prepared = ovrmail::Prepared{options_.prepared, options_.prepared_header};
 }
 
-bool Request::read_account() {
-    std::string password;
-    bool usable = read_password(options_, password);
-    if (usable && password.size() > MAIL_ACCOUNT_MAX) {
-        usable = complain("password", "longer than 64 bytes");
+int Request::read_server() {
+    server_.host = options_.server;
+    server_.port = options_.port;
+    server_.time_outs = options_.time_outs;
+    server_.split_kib = options_.split_kb;
+    std::string* password = nullptr;
+    if (options_.pop) {
+        server_.pop_first = options_.pop;
+        server_.pop_first->user = options_.user;
+        password = &server_.pop_first->password;
+    } else if (options_.mechanisms != 0) {
+        server_.account = {options_.user, {}, options_.mechanisms};
+        password = &server_.account->password;
     }
-    if (usable && options_.pop) {
-        pop_account_.ulPort = options_.pop->port;
-        pop_account_.lWaitMs = options_.pop->wait_ms;
-        pop_account_.usTimeOut = options_.pop->time_out;
-        store(pop_account_.szHost, options_.pop->host);
-        store(pop_account_.szUser, options_.user);
-        store(pop_account_.szPassword, password);
-        auth_ = {MAIL_AUTH_POP_BEFORE_SMTP, 0, &pop_account_};
-    } else if (usable) {
-        smtp_account_.ulMechanisms = options_.mechanisms;
-        store(smtp_account_.szUser, options_.user);
-        store(smtp_account_.szPassword, password);
-        auth_ = {MAIL_AUTH_SMTP, 0, &smtp_account_};
+    if (password != nullptr && !read_password(options_, *password)) return EX_CONFIG;
+    const auto problem = ovrmail::check(server_);
+    if (!problem) return EX_OK;
+    report_outcome(*problem, false);
+    return EX_CONFIG;
+}
+
+std::uint64_t Request::estimated_bytes() const {
+    std::uint64_t bytes = 2 + ovrmail::to_library_text(mail_.body).bytes.size();
+    for (const ovrmail::Attachment& attachment : mail_.attachments) {
+        std::error_code error;
+        const std::uint64_t size = std::filesystem::file_size(attachment.path, error);
+        if (!error) bytes += (size * 4 + 2) / 3;
     }
-    explicit_bzero(password.data(), password.size());
-    return usable;
+    return bytes;
 }
 
 }  // namespace ovrm_send

@@ -1,13 +1,19 @@
-// ovrm_send_results.hpp - what a result of the library means to the person who sent the mail.
+// ovrm_send_results.hpp - what an outcome means to the person, and the script, that sent the mail.
 #pragma once
 
-#include <cstdint>
+#include <string>
 #include <string_view>
+
+#include "ovrmail_outcome.hpp"
 
 namespace ovrm_send {
 
-// Says in one sentence on standard output (the mail went out) or standard error (it did not) what
-// the result means, with the detail the library gave and what to do. Returns the exit status.
-int report_result(std::int32_t result, std::string_view detail, bool quiet);
+// Says on standard output (the mail went out) or standard error (it did not) what became of it and
+// what to do. Returns the exit status.
+int report_outcome(const ovrmail::Outcome& outcome, bool quiet);
+
+// Names on standard error every character of the text that a mail cannot carry, with its place.
+// Returns how many there are.
+std::size_t report_unsendable(std::string_view what, const std::string& utf8);
 
 }  // namespace ovrm_send

@@ -2,12 +2,14 @@
 
     examples_test.py DIRECTORY_OF_THE_EXAMPLES LIBRARY
 """
+import email.policy
 import os
 import pathlib
 import re
 import subprocess
 import sys
 import unittest
+from email.message import EmailMessage
 
 from receiver import Receiver, Scratch, parse
 
@@ -88,6 +90,33 @@ class Examples(Scratch):
         head, _, rest = server.mails[0].partition(b"MIME-Version")
         self.assertEqual(b"MIME-Version" + rest, content + b"\r\n")
         self.assertEqual(parse(head)["Subject"], "Signed")
+
+    def test_send(self):
+        data = os.urandom(5000)
+        with Receiver() as server:
+            where = [EXAMPLES / "send", "127.0.0.1", "agent@a", "ops@b", str(server.port)]
+            subprocess.run([*where, self.file("report.csv", data)], check=True, capture_output=True)
+            said = subprocess.run([*where, "/no/such"], capture_output=True, text=True)
+        self.assertEqual((said.returncode, said.stdout),
+                         (1, "not sent: /no/such: No such file or directory (2)\n"))
+        mail = parse(server.mails[0])
+        self.assertEqual(mail["Subject"], "ディスク使用量")
+        text, attached = mail.iter_parts()
+        self.assertIn("90 % を超えました。", text.get_content())
+        self.assertEqual((attached.get_filename(), attached.get_content()), ("report.csv", data))
+
+    def test_send_message(self):
+        message = EmailMessage(email.policy.SMTP)
+        message["From"], message["To"], message["Subject"] = "a@b", "All: ops@b;", "🙂 é " * 30
+        message.set_content("🙂\n.\n..\n")
+        message.add_alternative("<p>🙂</p>\n", subtype="html")
+        message.add_attachment(os.urandom(5000), maintype="image", subtype="png", filename="é.png")
+        with Receiver(rules={"RCPT TO:<bad@b>": "550 unknown"}) as server:
+            done = subprocess.run([EXAMPLES / "send_message", "127.0.0.1", str(server.port), "a@b",
+                                   "ops@b", "bad@b"], input=bytes(message), capture_output=True)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"bad@b: not sent: the server refused; it said: 550 unknown", done.stdout)
+        self.assertEqual([bytes(message) + b"\r\n"], server.mails)
 
     def test_collect_replies(self):
         with Receiver(rules={"RCPT TO:<bad@b>": "550 unknown"}) as server:

@@ -13,6 +13,7 @@ import unittest
 
 SOURCE, TOOL, COMPILER = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
 PAGES = {page.name: page.read_text() for page in (SOURCE / "docs/man").glob("*.[1-9]")}
+C_PAGES = {name: page for name, page in PAGES.items() if name.endswith(".3") and "\n.In " in page}
 HEADERS = {h.name: re.sub(r"/\*.*?\*/", "", h.read_text(), flags=re.S)
            for h in (SOURCE / "include").glob("*.h")}
 
@@ -50,6 +51,14 @@ def page_declarations(page):
     return result
 
 
+def cpp_declarations(text):
+    """The public declarations of C++ text, without attributes, bodies and comments."""
+    text = re.sub(r"//.*|\[\[\w+\]\]|\bnoexcept\b|\binline\b", "", text.partition("namespace detail")[0])
+    text = re.sub(r"private:.*?\n};|\{ return [^}]*\}|^#.*", ";", text, flags=re.S | re.M)
+    parts = (flat(re.sub(r"\w+:(?!:)", "", part)).rstrip(" =") for part in re.split(r"[;{}]", text))
+    return {part for part in parts if re.search(r"[a-z]", part)}
+
+
 def codes_of_enum(path, name):
     text = re.sub(r"//.*|/\*.*?\*/", "", (SOURCE / path).read_text())
     body = re.search(r"enum " + name + r"[^{]*\{(.*?)\}", text, re.S).group(1)
@@ -64,9 +73,8 @@ def codes_of_page(page):
 class Pages(unittest.TestCase):
     def test_every_declaration_is_on_a_page_as_it_is_in_its_header(self):
         documented = {}
-        for name, page in PAGES.items():
-            if name.endswith(".3"):
-                documented.update(page_declarations(page))
+        for page in C_PAGES.values():
+            documented.update(page_declarations(page))
         for header, text in HEADERS.items():
             declared = header_declarations(text)
             with self.subTest(header=header):
@@ -75,15 +83,24 @@ class Pages(unittest.TestCase):
     def test_names_of_a_page_are_the_functions_of_its_synopsis(self):
         exported = set(re.findall(r"^\s+(\w+);", (SOURCE / "cmake/exports.map").read_text(), re.M))
         described = set()
-        for name, page in PAGES.items():
-            if not name.endswith(".3"):
-                continue
+        for name, page in C_PAGES.items():
             names = set(re.findall(r"^\.Nm (\w+)", page, re.M))
             shown = {re.search(r"(\w+)(?:\(|\[|$)", d).group(1)
                      for ds in page_declarations(page).values() for d in ds}
             self.assertEqual(names, {s for s in shown if s + "(" in HEADERS_TEXT}, name)
             described |= shown
         self.assertEqual(described, exported)
+
+    def test_the_page_of_the_cpp_header(self):
+        page = PAGES["ovrmail.hpp.3"]
+        declared = set()
+        for header in (SOURCE / "include").glob("*.hpp"):
+            declared |= cpp_declarations(header.read_text().partition("\nnamespace ovrmail {")[2])
+        synopsis = page.partition("namespace ovrmail {")[2].partition(".Ed")[0]
+        self.assertEqual(declared, cpp_declarations(synopsis))
+        code = page.partition("-offset indent\n#")[2].partition("\n.Ed")[0].replace("\\e", "\\")
+        subprocess.run([COMPILER, "-xc++", "-std=c++17", "-Wall", "-Werror", "-fsyntax-only", "-I",
+                        SOURCE / "include", "-"], input="#" + code, text=True, check=True)
 
     def test_result_codes(self):
         api = dict(re.findall(r"(MAIL_(?:E|SENT)\w*)\s*=\s*(-?\d+)", HEADERS["mail_types.h"]))
@@ -105,10 +122,8 @@ class Pages(unittest.TestCase):
                 self.assertTrue(f"{target}.{section}" in PAGES, f"{name}: {target}({section})")
 
     def test_examples_compile(self):
-        for name, page in PAGES.items():
+        for page in C_PAGES.values():
             example = page.partition(".Sh EXAMPLES\n")[2].partition("\n.Ed")[0]
-            if not name.endswith(".3"):
-                continue
             code = example.split("-offset indent\n")[1].replace("\\e", "\\").replace("\\&", "")
             with tempfile.NamedTemporaryFile("w", suffix=".c") as file:
                 file.write(code + "\n")

@@ -105,7 +105,7 @@ class Sending(Scratch):
             (["-s", "あ" * 33], 65, "subject: 66 bytes"),
             (["-b", "x" * 10239], 65, "body: 10239 bytes"),
             (["-a", "/no/such"], 66, "/no/such: No such file"),
-            (["-a", "/"], 66, "not a file"),
+            (["-a", "/"], 66, "not a regular file"),
             (["--timeout-mail=59"], 64, "--timeout-mail: needs a number from 60 to 3600"),
             (["--split=9"], 64, "from 10 to 100"),
             (["--auth=digest"], 64, "knows cram-md5"),

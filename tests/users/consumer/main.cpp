@@ -1,17 +1,12 @@
 // A user's program in C++: SERVER FROM TO PORT.
-#include <mail_api.h>
-
-#include <array>
-#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
-#include <vector>
+#include <ovrmail.hpp>
 
 int main(int argc, char** argv) {
     if (argc < 5) return 2;
-    const MailEntry to{MAIL_KIND_RECIPIENT, 0, argv[3]};
-    const std::vector<MailEntry> parts{{MAIL_KIND_BODY, 0, "From C++."}};
-    const MailSplitOption split{64, static_cast<std::uint32_t>(std::atoi(argv[4]))};
-    std::array<char, 256> detail{};
-    return OvRm_SendEMail(&to, 1, parts.data(), 1, argv[2], "C++", argv[1], 0, &split, nullptr,
-                          nullptr, detail.data());
+    const ovrmail::Server server{argv[1], std::atoi(argv[4])};
+    const ovrmail::Outcome sent = ovrmail::send({argv[2], {argv[3]}, "C++", "From C++."}, server);
+    if (!sent) std::puts(sent.text().c_str());
+    return sent ? 0 : 1;
 }
