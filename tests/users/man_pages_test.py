@@ -13,6 +13,7 @@ import unittest
 
 SOURCE, TOOL, COMPILER = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
 PAGES = {page.name: page.read_text() for page in (SOURCE / "docs/man").glob("*.[1-9]")}
+C_PAGES = {name: page for name, page in PAGES.items() if name.endswith(".3") and "\n.In " in page}
 HEADERS = {h.name: re.sub(r"/\*.*?\*/", "", h.read_text(), flags=re.S)
            for h in (SOURCE / "include").glob("*.h")}
 
@@ -64,9 +65,8 @@ def codes_of_page(page):
 class Pages(unittest.TestCase):
     def test_every_declaration_is_on_a_page_as_it_is_in_its_header(self):
         documented = {}
-        for name, page in PAGES.items():
-            if name.endswith(".3"):
-                documented.update(page_declarations(page))
+        for page in C_PAGES.values():
+            documented.update(page_declarations(page))
         for header, text in HEADERS.items():
             declared = header_declarations(text)
             with self.subTest(header=header):
@@ -75,9 +75,7 @@ class Pages(unittest.TestCase):
     def test_names_of_a_page_are_the_functions_of_its_synopsis(self):
         exported = set(re.findall(r"^\s+(\w+);", (SOURCE / "cmake/exports.map").read_text(), re.M))
         described = set()
-        for name, page in PAGES.items():
-            if not name.endswith(".3"):
-                continue
+        for name, page in C_PAGES.items():
             names = set(re.findall(r"^\.Nm (\w+)", page, re.M))
             shown = {re.search(r"(\w+)(?:\(|\[|$)", d).group(1)
                      for ds in page_declarations(page).values() for d in ds}
@@ -105,10 +103,8 @@ class Pages(unittest.TestCase):
                 self.assertTrue(f"{target}.{section}" in PAGES, f"{name}: {target}({section})")
 
     def test_examples_compile(self):
-        for name, page in PAGES.items():
+        for page in C_PAGES.values():
             example = page.partition(".Sh EXAMPLES\n")[2].partition("\n.Ed")[0]
-            if not name.endswith(".3"):
-                continue
             code = example.split("-offset indent\n")[1].replace("\\e", "\\").replace("\\&", "")
             with tempfile.NamedTemporaryFile("w", suffix=".c") as file:
                 file.write(code + "\n")
