@@ -1,8 +1,8 @@
 #!/bin/bash
 # check_analysis.sh - reads the code for faults, beside clang-tidy in check_style.sh: cppcheck over
 # library, tools and C programs, gcc's analyzer over the C programs (gcc 12 does not know C++ well
-# enough: docs/testing.md). A finding fails. Exit status 0 also when the tools cannot be installed;
-# a line says so.
+# enough: docs/testing.md), mypy over the Python module. A finding fails. Exit status 0 also when
+# the tools cannot be installed; a line says so.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 
@@ -41,8 +41,13 @@ check_fanalyzer() {
     return $found
 }
 
+# With the types of the oldest Python it runs on.
+check_mypy() {
+    mypy --strict --python-version 3.9 --cache-dir=/dev/null python/ovrmail
+}
+
 status=0
-for check in cppcheck cppcheck_c fanalyzer; do
+for check in cppcheck cppcheck_c fanalyzer mypy; do
     echo "== analysis: $check"
     "check_$check" || { status=1; echo "check_analysis: $check FAILED"; }
 done

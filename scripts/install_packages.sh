@@ -9,7 +9,7 @@ declare -A groups=(
     [build]="g++ cmake make"
     [test]="g++ cmake make binutils libgtest-dev locales python3 util-linux"
     [check]="clang-format clang-tidy git shellcheck"
-    [analysis]="cppcheck git pkg-config libgmime-3.0-dev"
+    [analysis]="cppcheck git pkg-config libgmime-3.0-dev mypy"
     [coverage]="gcovr"
     [bench]="g++ cmake make pkg-config python3 strace util-linux libmodpbase64-dev libbenchmark-dev
              libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
