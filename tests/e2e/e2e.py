@@ -154,6 +154,8 @@ class Postfix(Server):
         (self.config / "master.cf").write_text(self.services())
         rows = "".join(f"{user}@{DOMAIN} {user}/\n" for user in users)
         (self.config / "boxes").write_text(rows)
+        for path in self.config.iterdir():
+            os.utime(path, (0, 0))  # Postfix waits for a second where a file was just written
         subprocess.run(["postfix", "-c", self.config, "check"], check=True)
         super().__init__([self.MASTER, "-c", str(self.config), "-s"], [self.port], log)
 
