@@ -15,7 +15,7 @@ declare -A groups=(
              libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
              liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
-           pkg-config mpack openssl strace locales"
+           pkg-config mpack openssl strace locales stunnel4 libsasl2-modules"
     [users]="python3 mandoc lintian pkg-config dpkg-dev gzip"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
