@@ -67,6 +67,7 @@ endif()
 
 file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c)
 install(FILES ${examples} DESTINATION ${OVRMAIL_DOC_DIR}/examples COMPONENT Development)
+install(DIRECTORY examples/relay DESTINATION ${OVRMAIL_DOC_DIR}/examples COMPONENT Tools)
 file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${documents} README.md DESTINATION ${OVRMAIL_DOC_DIR} COMPONENT Development)
 
