@@ -13,7 +13,7 @@ install(TARGETS ovrmail EXPORT ovrmailTargets
 install(EXPORT ovrmailTargets NAMESPACE ovrmail:: DESTINATION ${OVRMAIL_CMAKE_DIR}
   COMPONENT Development)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ovrmail
-  COMPONENT Development FILES_MATCHING PATTERN "*.h")
+  COMPONENT Development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 
 configure_package_config_file(cmake/ovrmailConfig.cmake.in ovrmailConfig.cmake
   INSTALL_DESTINATION ${OVRMAIL_CMAKE_DIR}
@@ -65,8 +65,10 @@ if(OVRMAIL_BUILD_TOOLS)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT Tools)
 endif()
 
-file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c)
+file(GLOB examples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c
+     ${PROJECT_SOURCE_DIR}/examples/*.cpp ${PROJECT_SOURCE_DIR}/examples/*.py)
 install(FILES ${examples} DESTINATION ${OVRMAIL_DOC_DIR}/examples COMPONENT Development)
+install(DIRECTORY examples/relay DESTINATION ${OVRMAIL_DOC_DIR}/examples COMPONENT Tools)
 file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${documents} README.md DESTINATION ${OVRMAIL_DOC_DIR} COMPONENT Development)
 

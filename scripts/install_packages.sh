@@ -15,7 +15,7 @@ declare -A groups=(
              libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
              liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
-           pkg-config mpack openssl strace locales btrfs-progs"
+           pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
     [users]="python3 mandoc lintian pkg-config dpkg-dev gzip"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
@@ -73,19 +73,19 @@ restore_services() {
     fi
 }
 
-# A package enables its service for the next boot; the tests start their own instances instead.
-disable_new_servers() {
-    local package unit
-    command -v deb-systemd-helper >/dev/null || return 0
-    for package in "${missing[@]}"; do
-        case $package in
-            postfix) unit=(postfix.service) ;;
-            dovecot-core) unit=(dovecot.service dovecot.socket) ;;
-            *) continue ;;
+# A package enables its services for the next boot, for systemd and for init scripts alike; the tests
+# start their own instances instead.
+disable_new_services() {
+    local file files
+    mapfile -t files < <(dpkg-query --listfiles "${missing[@]}" 2>/dev/null)
+    for file in "${files[@]}"; do
+        case $file in
+            /etc/init.d/*) "${as_root[@]}" update-rc.d "${file##*/}" disable ;;
+            /lib/systemd/system/*.*)
+                "${as_root[@]}" env DPKG_MAINTSCRIPT_PACKAGE=ovrmail \
+                    deb-systemd-helper disable "${file##*/}" ;;
         esac
-        "${as_root[@]}" env DPKG_MAINTSCRIPT_PACKAGE="$package" \
-            deb-systemd-helper disable "${unit[@]}" >/dev/null 2>&1 || :
-    done
+    done >/dev/null 2>&1 || :
 }
 
 apt() {
@@ -114,7 +114,9 @@ if [[ " ${missing[*]} " = *" postfix "* ]]; then
         "${as_root[@]}" debconf-set-selections || fail "debconf-set-selections failed"
 fi
 forbid_services
-apt install --no-install-recommends --no-remove "${missing[@]}" || fail "apt-get install failed"
-disable_new_servers
+status=0
+apt install --no-install-recommends --no-remove "${missing[@]}" || status=$?
+disable_new_services
+[ $status = 0 ] || fail "apt-get install failed"
 find_missing "$@"
 [ ${#missing[@]} -eq 0 ] || fail "still missing: ${missing[*]}"

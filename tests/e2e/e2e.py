@@ -90,10 +90,10 @@ class Sandbox(tempfile.TemporaryDirectory):
 class Server:
     """A server program in the foreground; it ends with stop(), or with the test itself."""
 
-    def __init__(self, command, ports, log):
+    def __init__(self, command, ports, log, **options):
         self.log = log
         self.process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command],
-                                        stdin=subprocess.DEVNULL)
+                                        stdin=subprocess.DEVNULL, **options)
         try:
             for port in ports:
                 wait_until(lambda port=port: answers(port), f"{command[0]} on port {port}")
@@ -114,15 +114,18 @@ class Postfix(Server):
     """Delivers mail for DOMAIN into one maildir per recipient.
 
     port offers no AUTH, auth_port and strict_port do (Dovecot serves it). strict_port refuses
-    senders that are not authenticated, and refusing_port, without AUTH, every sender.
+    senders that are not authenticated, and refusing_port, without AUTH, every sender. tls_ports are
+    strict too and demand TLS, each with its file of tls_chains, a key and its certificate.
     """
     MASTER = "/usr/lib/postfix/sbin/master"
 
-    def __init__(self, sandbox, users):
+    def __init__(self, sandbox, users, tls_chains=()):
         self.config = sandbox.make("postfix")
         self.queue = sandbox.make("queue")
         self.boxes = sandbox.make("boxes", "nobody")
-        self.port, self.auth_port, self.strict_port, self.refusing_port = free_ports(4)
+        self.port, self.auth_port, self.strict_port, self.refusing_port, *self.tls_ports = \
+            free_ports(4 + len(tls_chains))
+        self.tls_chains = tls_chains
         log = sandbox.path / "postfix.log"
         nobody = pwd.getpwnam("nobody")
         settings = {
@@ -156,6 +159,8 @@ class Postfix(Server):
         (self.config / "master.cf").write_text(self.services())
         rows = "".join(f"{user}@{DOMAIN} {user}/\n" for user in users)
         (self.config / "boxes").write_text(rows)
+        for path in self.config.iterdir():
+            os.utime(path, (0, 0))  # Postfix waits for a second where a file was just written
         subprocess.run(["postfix", "-c", self.config, "check"], check=True)
         super().__init__([self.MASTER, "-c", str(self.config), "-s"], [self.port], log)
 
@@ -166,6 +171,10 @@ class Postfix(Server):
                 f"127.0.0.1:{self.auth_port} inet n - n - - smtpd {with_auth}",
                 f"127.0.0.1:{self.strict_port} inet n - n - - smtpd {with_auth} {refuse}",
                 f"127.0.0.1:{self.refusing_port} inet n - n - - smtpd {refuse}",
+                *(f"127.0.0.1:{port} inet n - n - - smtpd {with_auth} {refuse}"
+                  f" -o smtpd_tls_security_level=encrypt -o smtpd_tls_chain_files={chain}"
+                  for port, chain in zip(self.tls_ports, self.tls_chains)),
+                "tlsmgr unix - - n 1000? 1 tlsmgr",
                 "cleanup unix n - n - 0 cleanup", "qmgr unix n - n 300 1 qmgr",
                 "postlog unix-dgram n - n - 1 postlogd", "proxymap unix - - n - - proxymap"]
         rows += [f"{name} unix - - n - - {name}" for name in

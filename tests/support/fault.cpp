@@ -268,8 +268,8 @@ long slept_ms() { return g_slept_ms; }
 
 extern "C" {
 WRAP(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), path, opened)
-WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument),
-     fault::path_of(fd), opened)
+WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), fault::path_of(fd),
+     opened)
 WRAP(FILE*, fopen, (const char* path, const char* mode), (path, mode), path, opened)
 WRAP(DIR*, opendir, (const char* path), (path), path, opened)
 WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), "", opened)

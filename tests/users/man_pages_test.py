@@ -121,6 +121,11 @@ class Pages(unittest.TestCase):
             for target, section in re.findall(r"\.Xr (ovrm\S*|trc_conf|rmmail\.ini) (\d)", page):
                 self.assertTrue(f"{target}.{section}" in PAGES, f"{name}: {target}({section})")
 
+    def test_relay_page_names_every_file(self):
+        files = PAGES["ovrmail-relay.7"].split(".Sh FILES\n")[1].split("\n.Sh ")[0]
+        self.assertEqual(set(re.findall(r"^\.It Pa (\S+)$", files, re.M)),
+                         {path.name for path in (SOURCE / "examples/relay").iterdir()})
+
     def test_examples_compile(self):
         for page in C_PAGES.values():
             example = page.partition(".Sh EXAMPLES\n")[2].partition("\n.Ed")[0]
