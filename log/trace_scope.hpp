@@ -53,7 +53,8 @@ public:
     // Ends the frame: failing point with the result, or with another word that tells more.
     std::int32_t fail(const char* point, std::int32_t result) noexcept {
         ended_ = true;
-        return mark(point, result), result;
+        mark(point, result);
+        return result;
     }
     std::int32_t fail(const char* point, std::int32_t result, std::uint32_t word) noexcept {
         ended_ = true;

@@ -123,7 +123,10 @@ Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trac
             blank += line == kLineEnd ? 1 : 0;
             continue;
         }
-        if (line.find("--\r\n") != line.npos) return trace.note("smtp1031"), Growth::kNone;
+        if (line.find("--\r\n") != line.npos) {
+            trace.note("smtp1031");
+            return Growth::kNone;
+        }
         if (last || blank == 0) return Growth::kHeader;
         const bool ends_blank = piece.ends_with("\n\r\n");
         return blank == 1 && ends_blank ? Growth::kLine : Growth::kNone;

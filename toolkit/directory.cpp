@@ -166,12 +166,18 @@ std::int32_t DirectryClose(DIR* stream) noexcept {
 }
 
 std::int32_t DirectryMake(const char* path) noexcept {
-    if (path == nullptr) return errno = EFAULT, kNotMade;
+    if (path == nullptr) {
+        errno = EFAULT;
+        return kNotMade;
+    }
     if (::mkdir(path, kDirectoryMode) != 0) return kNotMade;
     return give_to_owner(path) ? kMade : kMadeNotOwned;
 }
 
 std::int32_t ExecDelDir(const char* path, std::int32_t depth_limit) noexcept {
-    if (path == nullptr) return errno = EFAULT, kNotRemoved;
+    if (path == nullptr) {
+        errno = EFAULT;
+        return kNotRemoved;
+    }
     return TreeRemover(depth_limit).remove(path);
 }

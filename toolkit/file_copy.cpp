@@ -81,8 +81,10 @@ using namespace ovrmail::toolkit;
 
 std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char* name,
                       const char* target_name) noexcept {
-    if (source_dir == nullptr || target_dir == nullptr || name == nullptr)
-        return errno = EFAULT, kFailed;
+    if (source_dir == nullptr || target_dir == nullptr || name == nullptr) {
+        errno = EFAULT;
+        return kFailed;
+    }
     Path source;
     Path target;
     struct stat64 status {};

@@ -84,14 +84,14 @@ std::int32_t write_settings(const MailInstInfo& info, std::uint32_t* err) noexce
 using namespace ovrmail::toolkit;
 
 std::int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     const std::int32_t rc = write_addon(info->ulAddon, err);
     return rc == kInfoOk ? write_settings(*info, err) : rc;
 }
 
 std::int32_t Info_SetDovrinStartType(MailInstInfo* info, std::uint32_t start_type,
                                      std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     info->ulStartType = start_type;
     info->ulCompanionMajorVersion = info->ulMajorVersion;
     info->ulCompanionMinorVersion = info->ulMinorVersion;
