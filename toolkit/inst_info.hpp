@@ -1,5 +1,5 @@
-// inst_info.hpp - the installation records in the files: which key is which field, and how it is
-// written. Shared by the getters and the setters.
+// inst_info.hpp - the installation records in the files: which key holds which field. Shared by the
+// getters and the setters.
 #pragma once
 
 #include <array>

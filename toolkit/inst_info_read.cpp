@@ -1,8 +1,8 @@
-// inst_info_read.cpp - reads the installation records, and judges the management product's age.
+// inst_info_read.cpp - reads the installation records, and checks the management product's version.
 //
-// The status query reads both records; the rest of the agent calls the getters as it likes.
-// Numbers are hexadecimal texts, with or without "0x". A file that is missing reads as empty, so
-// it shows as a missing key. No state.
+// The status query reads both records; other parts of the agent call the getters directly. Numbers
+// are hexadecimal texts, with or without "0x". A missing file counts as empty, so its keys are
+// reported as missing. No state.
 #include <cstring>
 #include <span>
 
