@@ -1,4 +1,4 @@
-// entry.hpp - what entries of the mail log are made of.
+// entry.hpp - levels, exchanges and the password mask of mail-log entries.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ enum Level : std::uint32_t { kSent = 1, kReceived = 2, kNote = 3 };
 // Exchanges of MailLogTimeOutWrite.
 enum Exchange : std::int32_t { kSmtp = 1, kPop = 2 };
 
-// Stands for every password.
+// Written in place of every password.
 inline constexpr const char* kMasked = "******";
 
 }  // namespace ovrmail::log

@@ -1,9 +1,9 @@
-// mail_log.cpp - lines of the mail log: what was said to the servers, what they answered, what
-// failed. Written by every step of a send that talks to a server or meets a system error.
+// mail_log.cpp - lines of the mail log: commands, replies and failures. Every step of a send that
+// talks to a server or meets a system error writes here.
 //
-// A line goes out in one write behind what the file holds by then (the file is opened to append),
-// so that lines of processes or threads never mix; only one of more than 4 KiB takes several.
-// Failures of a write are not reported: a send does not fail for its log. Owns g_pLogHandle.
+// Each line is appended in one write, so that lines of several processes or threads never mix; only
+// a line of more than 4 KiB takes several. A failing write is not reported: a send does not fail
+// because of its log. Owns g_pLogHandle.
 #include "mail_log.h"
 
 #include <sys/types.h>
@@ -33,7 +33,7 @@ constexpr std::array<const char*, 4> kLabels{nullptr, "S:", "R:", "-:"};
 constexpr std::array<const char*, 3> kExchanges{nullptr, "SMTP", "POP"};
 
 constexpr std::size_t kLineSize = 4096;      // a longer line goes out in several writes
-constexpr std::size_t kHeadSize = 2048;      // text in front of the caller's in an error entry
+constexpr std::size_t kHeadSize = 2048;      // text before the caller's text in an error entry
 constexpr std::size_t kErrorTextMax = 1024;  // characters of the caller's text in an error entry
 constexpr std::string_view kLineEnd = "\r\n";
 
@@ -48,8 +48,8 @@ void put(const MailLogHandle& log, std::string_view text) noexcept {
     (void)FileWrite(log.fd, text.data(), static_cast<std::uint32_t>(text.size()));
 }
 
-// A reply loses its control bytes: what a server sends neither forges entries nor steers the
-// terminal of whoever reads them.
+// Control bytes of a reply become "?": a server can neither add entries nor send control sequences
+// to the reader's terminal.
 void copy_text(std::uint32_t level, std::string_view text, std::span<char> room) noexcept {
     const auto shown = [level](char c) {
         const auto byte = static_cast<unsigned char>(c);
@@ -78,7 +78,8 @@ void write_entry(const MailLogHandle& log, std::uint32_t level, std::string_view
 }
 
 // Writes `head`, which ends in a blank, and the caller's text behind it.
-// Kept: without a text the blank goes; with an empty one it stays.
+// Kept: without a text the blank is left out, with an empty text it stays. Programs that parse the
+// logs rely on the exact lines.
 void write_error(const MailLogHandle& log, std::string_view head, const char* text) noexcept {
     if (text == nullptr) return write_entry(log, kNote, head.substr(0, head.size() - 1));
     std::array<char, kHeadSize + kErrorTextMax> entry;  // NOLINT(*-pro-type-member-init)

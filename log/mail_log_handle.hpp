@@ -1,4 +1,4 @@
-// mail_log_handle.hpp - an open mail log, and the steps of its files' life.
+// mail_log_handle.hpp - an open mail log, and the line that is written at its opening.
 #pragma once
 
 #include <array>

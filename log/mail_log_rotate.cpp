@@ -1,8 +1,9 @@
 // mail_log_rotate.cpp - MailLogOpen: the log file of this process, continued or begun anew.
 //
-// A file within 500 bytes of its limit is moved to generation 1 (name and a "1") at the next
-// opening, older generations one further. Rotation and pruning happen here only, so that the lines
-// of one call stay in one file.
+// Called by the send entry before the first step. A file within 500 bytes of its limit is renamed
+// to generation 1 (its name and a "1"), and each older generation to the next number. Rotation and
+// pruning happen only here, so that the lines of one call stay in one file. No state beyond the
+// handle that it returns.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -55,7 +56,8 @@ Path generation(const MailLogHandle& log, std::uint32_t n) noexcept {
     return path;
 }
 
-// Moves every generation one up, the last one out, and the current file to generation 1.
+// Renames each generation to the next number, over the last one, and the current file to generation
+// 1.
 void rotate(const MailLogHandle& log) noexcept {
     if (common::bounded(log.path).size() >= kLongestRotated) {
         (void)FileDelete(log.path.data());
@@ -77,16 +79,16 @@ bool open_file(MailLogHandle& log) noexcept {
     const std::int32_t size = FileSize_Name(log.path.data());
     const std::int32_t limit = static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin;
     if (size >= 0 && size < limit) {
-        ++keep;  // the continued file is among those that stay
+        ++keep;  // the continued file is one of those that are kept
     } else if (size >= 0) {
         rotate(log);
     }
     (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
-    // Appending even when it is new: a second writer of the same name then loses no line.
+    // A new file is opened to append too: a second writer of the same name then loses no line.
     struct stat64 status {};
     common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);
     if (!fd.valid() || !is_own_file(fd.get(), status)) return false;
-    // A full file that could not be moved away is emptied.
+    // A full file that could not be renamed is emptied.
     if (status.st_size >= limit && ::ftruncate64(fd.get(), 0) != 0) return false;
     log.fd = fd.release();
     return true;

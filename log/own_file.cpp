@@ -1,4 +1,6 @@
-// own_file.cpp - see own_file.hpp.
+// own_file.cpp - opens files in directories where other users may write; see own_file.hpp.
+//
+// Called when a send opens its trace ring and its mail log. No state.
 #include "log/own_file.hpp"
 
 #include <fcntl.h>

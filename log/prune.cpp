@@ -1,7 +1,7 @@
-// prune.cpp - bounds the number of files in the trace and log directories.
+// prune.cpp - limits the number of files in the trace and log directories.
 //
-// Called before a new ring or log is opened. One pass over the directory; the status of the files
-// is taken only when there are enough of them for one to go.
+// A send calls it before it opens its ring and its log. One pass over the directory; the status of
+// the files is read only when there are more of them than may stay. No state.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,13 +30,13 @@ struct CloseDirectory {
 };
 using DirectoryPtr = std::unique_ptr<DIR, CloseDirectory>;
 
-// A file and when it was written; its name lies in the list's text area, in directory order.
+// A file and its time of writing. Its name is in the list's text area, in directory order.
 struct Candidate {
     std::size_t name;
     timespec written;
 };
 
-// Newest first; files of the same time stay in the order of the directory.
+// Newest first; files of the same time in directory order.
 bool is_newer(const Candidate& a, const Candidate& b) noexcept {
     if (a.written.tv_sec != b.written.tv_sec) return a.written.tv_sec > b.written.tv_sec;
     if (a.written.tv_nsec != b.written.tv_nsec) return a.written.tv_nsec > b.written.tv_nsec;
@@ -104,7 +104,7 @@ private:
         return names_.items().data() + file.name;
     }
 
-    // Takes the times; what cannot be examined or is no regular file does not count.
+    // Reads the times. A file that cannot be examined, or is not a regular file, is left alone.
     void drop_others() noexcept {
         const auto files = files_.items();
         const auto gone = std::remove_if(files.begin(), files.end(), [&](Candidate& file) {

@@ -1,11 +1,11 @@
 // trace.cpp - opens and closes trace rings; see trace.h and trace_handle.hpp.
 //
 // Every public call opens a ring of its own at its start and closes it at its end. Opening copies
-// the ring through a temporary file beside it: that gives the file its full size on the disk. Where
-// the file system overwrites blocks in place, the ring is then mapped, as a write into the mapping
-// cannot meet a full disk, which would be a SIGBUS in the host. A file system that may copy a block
-// on writing needs room for it again and again: there records go out by pwrite(), see
-// trace_ring.cpp. Owns g_trace (ring of the send in progress) and g_cs (serialises record writing).
+// the ring to a temporary file and back, which gives the file all its blocks on the disk. Where the
+// file system overwrites blocks in place, the ring is then mapped: a write into the mapping cannot
+// meet a full disk, which would raise SIGBUS in the host process. Other file systems may need a new
+// block for any write; there records are written with pwritev(), see trace_ring.cpp. Owns g_trace
+// (ring of the running send) and g_cs (serialises record writing).
 #include "trace.h"
 
 #include <fcntl.h>
@@ -47,7 +47,7 @@ constexpr std::size_t kCopyBlock = std::size_t{32} * 1024;
 
 struct RingFile {
     UniqueFd fd;
-    bool is_new = false;  // its offset counts for nothing; bytes that are there stay
+    bool is_new = false;  // its offset is not used; its bytes stay
     std::uint64_t length = 0;
 };
 
@@ -65,8 +65,8 @@ bool open_ring_file(const char* path, RingFile& file) noexcept {
     return true;
 }
 
-// Whether a block of the file that has been written once can be written again without a new block.
-// Others may share the blocks of a file with its copies (XFS, btrfs), or hide such a one
+// Whether a block of the file, once written, can be overwritten without a new block. Other file
+// systems may share blocks between copies of a file (XFS, btrfs), or lie above one that does
 // (overlayfs).
 bool is_overwritten_in_place(int fd) noexcept {
     struct statfs64 system {};
@@ -76,12 +76,13 @@ bool is_overwritten_in_place(int fd) noexcept {
 }
 
 // The next multiple of 8 KiB strictly above the request.
-// Kept: a request that is a multiple already grows as well; readers of old rings rely on it.
+// Kept: a request that is a multiple already grows by 8 KiB too. Readers of existing rings rely on
+// these sizes.
 constexpr std::uint64_t rounded_ring_bytes(std::uint32_t size_kb) noexcept {
     return (std::uint64_t{size_kb} * 1024 / kRingUnit + 1) * kRingUnit;
 }
 
-// A named file beside the ring, gone at the latest with this object.
+// A named file beside the ring, deleted at the latest with this object.
 class TemporaryFile {
 public:
     TemporaryFile() noexcept = default;
@@ -122,7 +123,7 @@ private:
     std::array<char, PATH_MAX + 16> name_{};
 };
 
-// Reads the block at `offset` of a file of `length` bytes; what the file lacks becomes zero.
+// Reads the block at `offset` of a file of `length` bytes; bytes behind its end become zero.
 bool load_block(int fd, std::size_t offset, std::uint64_t length, std::span<char> block) noexcept {
     const std::uint64_t left = offset < length ? length - offset : 0;
     const std::size_t there = left < block.size() ? static_cast<std::size_t>(left) : block.size();
@@ -167,7 +168,8 @@ bool settle_ring(const RingFile& file, std::size_t bytes, const char* path) noex
     return temporary.remove();
 }
 
-// False when the header can neither be used nor written.
+// Checks the stored offset and replaces it when it is damaged. False when reading or writing
+// failed.
 bool settle_offset(const RingFile& file, std::size_t bytes) noexcept {
     std::uint32_t offset = 0;
     const std::span<char> word(reinterpret_cast<char*>(&offset), sizeof offset);

@@ -17,7 +17,7 @@ struct TraceHandle {
     unsigned char* mapping;  // the whole ring, shared; null where it is written with pwrite()
     std::uint32_t size_kb;   // KiB, after rounding; 0 without a file
     std::uint32_t level;     // highest level written; 0: none
-    pthread_mutex_t lock;    // g_cs begins and ends with any ring; this one with its own
+    pthread_mutex_t lock;    // of this ring; g_cs is set up and destroyed with any ring
 
     [[nodiscard]] bool has_file() const noexcept { return size_kb != 0; }
     [[nodiscard]] std::size_t ring_bytes() const noexcept { return std::size_t{size_kb} * 1024; }

@@ -1,8 +1,8 @@
 // trace_ring.cpp - Twrite: one record into the ring.
 //
-// Called at entry, exit and failures of nearly every function of a send, so it has to be cheap: a
-// mapped ring takes it without a system call. One that is not mapped (see trace.cpp) takes it with
-// three, and does without it when the disk is full. g_cs is held meanwhile.
+// Called at entry, exit and failures of nearly every function of a send, so it has to be fast: a
+// record in a mapped ring takes no system call. In a ring that is not mapped (see trace.cpp) it
+// takes three, and is lost when the disk is full. g_cs is held meanwhile. No state.
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -23,9 +23,10 @@ namespace {
 constexpr std::uint32_t kHighestLevel = 2;
 constexpr long kRelockNs = 20'000'000;
 
-// Holds g_cs and the ring. Topen sets g_cs up anew, also while other threads wait for it; such a
-// waiter is never woken, so nobody waits longer than a moment before trying again. After a Tclose
-// of another ring there is no g_cs to hold (EINVAL). The ring's own lock keeps records whole then.
+// Holds g_cs and the ring's lock. Topen initialises g_cs again, also while other threads wait for
+// it, and such a thread is never woken: each wait is therefore short and tried again. After a
+// Tclose of another ring g_cs cannot be locked (EINVAL); the ring's own lock then keeps records
+// whole.
 class RecordLock {
 public:
     explicit RecordLock(pthread_mutex_t& ring) noexcept : ring_(ring) {
@@ -99,8 +100,8 @@ private:
     unsigned char* bytes_;
 };
 
-// Pieces that lie one behind the other go out together. What fails, fails: the ring then keeps its
-// offset and with it the records that it has.
+// Adjacent pieces are written together. After a failure the offset is not written, so the ring
+// keeps the records that it has.
 class WrittenRing {
 public:
     explicit WrittenRing(const TraceHandle& trace) noexcept : fd_(trace.fd) {}
@@ -130,14 +131,14 @@ private:
     }
 
     int fd_;
-    std::array<iovec, 8> pieces_;  // of a record at most seven, one of them in two
+    std::array<iovec, 8> pieces_;  // a record has at most seven, one of them split in two
     std::size_t count_ = 0;
     std::size_t start_ = 0;
     std::size_t size_ = 0;
     bool whole_ = true;
 };
 
-// Lays a record down behind the last one. Pieces are at most half the ring long.
+// Puts a record behind the last one. Its pieces are at most half as long as the ring.
 template <class Ring>
 void put(Ring ring, std::size_t size, const Record& record) noexcept {
     const std::uint32_t stored = ring.load_offset();
@@ -149,7 +150,8 @@ void put(Ring ring, std::size_t size, const Record& record) noexcept {
             offset += n;
             return;
         }
-        // Kept: a piece that ends exactly at the end of the ring leaves the offset at 4.
+        // Kept: after a piece that ends exactly at the end of the ring the offset is 4. Readers of
+        // rings rely on it.
         const std::size_t first = size - offset;
         ring.lay(offset, piece, first);
         ring.lay(kRingStart, static_cast<const char*>(piece) + first, n - first);

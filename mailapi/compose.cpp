@@ -1,7 +1,8 @@
 // compose.cpp - the whole message in one working file: header and text, then each attachment; for
 // a split mail the number of its pieces and their common identifier.
 //
-// Runs before the connection is made, so that the number is known for the header of every piece.
+// Runs before the connection is made, so that the number is known for the header of every piece. No
+// state beyond the SendJob.
 #include <unistd.h>
 
 #include <cstdio>
@@ -71,7 +72,7 @@ std::int32_t finish_composed(SendJob& job) noexcept {
 }
 
 std::int32_t count_pieces(SendJob& job) noexcept {
-    if (!job.partial) return 0;  // streaming rewinds for itself
+    if (!job.partial) return 0;  // streaming seeks to the start itself
     if (FileSeek(job.composed.fd(), 0, SEEK_SET) < 0) {
         job.file_err = static_cast<std::uint32_t>(GetErrorCode());
         return composition_failed(job, "EMAILAPI0096", mime::kReadFailed);

@@ -1,7 +1,7 @@
 // send_driver.cpp - OvRm_SendEMailPartial_parts: the steps of a send, in order.
 //
-// Order is decided here and nowhere else. What the call owns lives in a SendJob, whose guards
-// close and delete on every way out.
+// The order of the steps is decided only here. No state: a SendJob on the stack owns what the call
+// opens, and its members close and delete it on every return.
 #include "file_util.h"
 #include "mail_api.h"
 #include "mailapi/steps.hpp"

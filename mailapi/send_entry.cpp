@@ -1,7 +1,7 @@
-// send_entry.cpp - OvRm_SendEMail: one send at a time, inside a trace ring and a mail log of its
-// own.
+// send_entry.cpp - OvRm_SendEMail: one send at a time, with its own trace ring and mail log.
 //
-// Owns the busy flag, and for the length of a call g_trace and g_pLogHandle.
+// The entry of a send: opens trace and log, and runs the driver. Owns g_busy, and during a call
+// g_trace and g_pLogHandle.
 #include <array>
 #include <atomic>
 
@@ -17,11 +17,11 @@
 namespace ovrmail::mailapi {
 namespace {
 
-// Of two threads that enter at the same moment one gets in, and sees all that the send before it
-// has left in the state they share.
+// Only one of two threads that enter at the same time goes on; it sees everything that the send
+// before it has written to the shared state.
 std::atomic<std::int32_t> g_busy = 0;
 
-// The trace and the mail log of one call, which may stay off, and the end of the busy flag.
+// The trace and the mail log of one call, either of which may be missing. Its end clears g_busy.
 class Call {
 public:
     Call() noexcept {

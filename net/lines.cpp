@@ -1,5 +1,8 @@
-// lines.cpp - lines in, bytes out; see lines.hpp. Every command, reply and block of a mail passes
-// here. Waits: RFC 5321 section 4.5.3.2, RFC 1939 section 3.
+// lines.cpp - receives a line and sends a buffer, each within a time budget; see lines.hpp.
+//
+// Every command, reply and block of a mail passes through here, for SMTP and POP3. No state beyond
+// the caller's Sender and SeenAhead. Lines and time-outs: RFC 5321 sections 2.3.8 and 4.5.3.2,
+// RFC 1939 section 3.
 #include "net/lines.hpp"
 
 #include <cerrno>
@@ -23,7 +26,7 @@ Report receive_line(int fd, std::span<char> line, const ReceiveRules& rules, con
     for (int empty = 0; filled < line.size() && !ends_line(line, filled, rules.end);) {
         if (!wait_holds) wait = budget.seconds_left(budget.clock);
         wait_holds = false;
-        if (ahead == nullptr || ahead->empty()) {  // else it is there already
+        if (ahead == nullptr || ahead->empty()) {  // otherwise the bytes are there already
             const int ready = wait_for(fd, kReadable, wait);
             if (ready == 0) return timed_out("recv");
             if (ready < 0 && errno == EINTR) continue;
@@ -67,7 +70,7 @@ Report Sender::run() noexcept {
     return report;
 }
 
-// A send that took only part has filled the kernel's room, so the next one would only say so.
+// After a send that took only a part the kernel's buffer is full: wait instead of trying at once.
 Report Sender::go_on(ssize_t sent, int error) noexcept {
     if (sent == kNotNow) return wait_for_room();
     if (sent < 0) return on_error(error);
@@ -81,8 +84,8 @@ Report Sender::on_error(int error) noexcept {
     return again ? kDone : failed("send", -1, error);
 }
 
-// The part of a send in which the kernel waits for the peer to read on. The budget alone bounds it:
-// poll() is interrupted by every handler, also by one that lets a send go on.
+// Waits until the kernel can take more bytes. Only the budget bounds this wait: any signal handler
+// interrupts poll(), also one installed with SA_RESTART, so interruptions are not counted.
 Report Sender::wait_for_room() noexcept {
     const int ready = wait_for(fd_, kWritable, budget_.seconds_left(budget_.clock));
     if (ready == 0) return timed_out("send");

@@ -1,7 +1,7 @@
 // session.cpp - the POP3 session of POP before SMTP: log in, STAT, log out. No mail is read.
 //
 // Called before the SMTP connection is opened, in the order Connect, Login, STAT, Logout; the
-// caller closes the socket. Keeps no state of its own. RFC 1939 4 to 7.
+// caller closes the socket. No state of its own. RFC 1939 4 to 7.
 #include <array>
 #include <cstring>
 

@@ -1,6 +1,7 @@
 // transport.cpp - lines of a POP3 session; see transport.hpp.
 //
-// Owns g_ulPopTimeOut, the seconds that one reply line, and one command on its way out, may take.
+// Called for every command and reply of the session. Owns g_ulPopTimeOut, the seconds for one reply
+// line and for sending one command. RFC 1939 3.
 #include "pop3/transport.hpp"
 
 #include <ctime>
@@ -17,8 +18,7 @@ using log::TraceScope;
 
 constexpr std::string_view kPositiveStart = "+OK";
 
-// Unlike the SMTP side every byte that arrives is given only what is left, so the time-out bounds
-// the line.
+// Unlike in SMTP every wait is only what is left, so that the time-out bounds the whole line.
 constexpr net::ReceiveRules kReplyRules{.end = net::LineEnd::kLf, .wait_shrinks = true};
 constexpr net::SendRules kSendRules{
     .empty_limit = 1, .interrupt_limit = 0, .follow = net::Follow::kNothing};

@@ -1,5 +1,8 @@
-// blocks.cpp - a buffer that leaves in units, each with the trace records of an SMTP_send of its
-// own; see blocks.hpp. Streaming and partial pieces send through these. Owns no state.
+// blocks.cpp - sends a buffer in units, each with the trace records of its own SMTP_send; see
+// blocks.hpp.
+//
+// Called between DATA and the end mark, for the blocks of a mail and the header lines of a piece.
+// No state. Time-out of a block: RFC 5321 section 4.5.3.2.5.
 #include "smtp/blocks.hpp"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // connect.cpp - opens the connection to the mail server: the first step of the conversation.
 //
 // Installs the budget that covers greeting, EHLO and authentication too; connect() itself is not
-// bounded by it. RFC 5321 4.5.3.2.1, 4.5.4.2 (port).
+// bounded by it. No state of its own. RFC 5321 4.5.3.2.1, 4.5.4.2 (port).
 #include "net/connect.hpp"
 
 #include "log/trace_scope.hpp"
