@@ -96,13 +96,14 @@ bool open_file(MailLogHandle& log) noexcept {
 
 }  // namespace
 
-LogPtr open_mail_log(const Settings& settings) noexcept {
+LogPtr open_mail_log(const Settings& settings, bool collects) noexcept {
     common::HeapPtr<MailLogHandle> log(
         static_cast<MailLogHandle*>(std::calloc(1, sizeof(MailLogHandle))));
     if (log == nullptr) return nullptr;
     log->size_kb = read_setting(settings, kSize);
     log->number = read_setting(settings, kNumber);
     if (log->number == 0 || !open_file(*log)) return nullptr;
+    log->collects = collects;
     write_opening_banner(*log);
     return LogPtr(log.release());
 }
@@ -110,5 +111,5 @@ LogPtr open_mail_log(const Settings& settings) noexcept {
 }  // namespace ovrmail::log
 
 MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
-    return ovrmail::log::open_mail_log(ovrmail::log::Settings()).release();
+    return ovrmail::log::open_mail_log(ovrmail::log::Settings(), false).release();
 }

@@ -1,7 +1,7 @@
 // prune.cpp - limits the number of files in the trace and log directories.
 //
-// A send calls it before it opens its ring and its log. One pass over the directory; the status of
-// the files is read only when there are more of them than may stay. No state.
+// A send calls it before it opens its ring and its log. The files are counted; only when there are
+// more of them than may stay are they listed, with the status of each. No state.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,21 +77,25 @@ class OldFiles {
 public:
     explicit OldFiles(DIR* stream) noexcept : stream_(stream) {}
 
+    // How many names begin with `prefix`.
+    [[nodiscard]] std::size_t count(std::string_view prefix) noexcept {
+        std::size_t count = 0;
+        visit(prefix, [&count](const dirent64&) { return ++count != 0; });
+        return count;
+    }
+
+    // Makes a list of them, from the start of the directory. False when memory runs out.
     [[nodiscard]] bool collect(std::string_view prefix) noexcept {
-        while (const dirent64* const found = ::readdir64(stream_)) {
-            const std::size_t length = std::strlen(found->d_name);
-            if (found->d_ino == 0 || !std::string_view(found->d_name, length).starts_with(prefix))
-                continue;
+        ::rewinddir(stream_);
+        return visit(prefix, [this](const dirent64& found) {
             const Candidate file{names_.size(), {}};
-            if (!files_.append({&file, 1}) || !names_.append({found->d_name, length + 1}))
-                return false;
-        }
-        return true;
+            const std::string_view name(found.d_name);
+            return files_.append({&file, 1}) && names_.append({found.d_name, name.size() + 1});
+        });
     }
 
     // Deletes all but the newest `keep`.
     void delete_beyond(std::size_t keep) noexcept {
-        if (files_.size() <= keep) return;
         drop_others();
         const auto files = files_.items();
         std::sort(files.begin(), files.end(), is_newer);
@@ -100,6 +104,16 @@ public:
     }
 
 private:
+    // Calls take(entry) for each name that begins with `prefix`. False as soon as that is.
+    template <class Take>
+    bool visit(std::string_view prefix, Take take) noexcept {
+        while (const dirent64* const found = ::readdir64(stream_)) {
+            const bool matches = std::string_view(found->d_name).starts_with(prefix);
+            if (found->d_ino != 0 && matches && !take(*found)) return false;
+        }
+        return true;
+    }
+
     [[nodiscard]] const char* name_of(const Candidate& file) noexcept {
         return names_.items().data() + file.name;
     }
@@ -137,8 +151,10 @@ std::int32_t DeleteOldFiles_DIR(const char* directory, const char* prefix,
         const bool exists = FileStat(directory, &status) == 0 && S_ISDIR(status.st_mode);
         return exists ? log::kNotOpened : log::kNoDirectory;
     }
+    const std::size_t keep = count > 1 ? static_cast<std::size_t>(count) - 1 : 0;
     log::OldFiles files(stream.get());
+    if (files.count(prefix) <= keep) return log::kDone;
     if (!files.collect(prefix)) return log::kNoMemory;
-    files.delete_beyond(count > 1 ? static_cast<std::size_t>(count) - 1 : 0);
+    files.delete_beyond(keep);
     return log::kDone;
 }

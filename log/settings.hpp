@@ -29,6 +29,7 @@ private:
 // GetTraceInfo and MailLogOpen with settings that have been read already.
 std::int32_t trace_info(const Settings& settings, const char* section, std::int32_t* size_kb,
                         std::int32_t* level, std::int32_t* number) noexcept;
-LogPtr open_mail_log(const Settings& settings) noexcept;
+// `collects`: for flush_log(); else every entry is written at once.
+LogPtr open_mail_log(const Settings& settings, bool collects) noexcept;
 
 }  // namespace ovrmail::log

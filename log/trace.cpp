@@ -49,6 +49,7 @@ struct RingFile {
     UniqueFd fd;
     bool is_new = false;  // its offset is not used; its bytes stay
     std::uint64_t length = 0;
+    bool is_laid_down = false;  // no part of it lacks its blocks on the disk
 };
 
 bool open_ring_file(const char* path, RingFile& file) noexcept {
@@ -61,6 +62,8 @@ bool open_ring_file(const char* path, RingFile& file) noexcept {
     if (!file.fd.valid() || !is_own_file(file.fd.get(), status)) return false;
     file.length = static_cast<std::uint64_t>(status.st_size);
     file.is_new = file.is_new || file.length < kRingStart;
+    constexpr std::uint64_t kStatusBlock = 512;  // the unit of st_blocks (stat(2))
+    file.is_laid_down = static_cast<std::uint64_t>(status.st_blocks) * kStatusBlock >= file.length;
     if ((status.st_mode & 07777) != kFileMode) (void)::fchmod(file.fd.get(), kFileMode);
     return true;
 }
@@ -168,13 +171,28 @@ bool settle_ring(const RingFile& file, std::size_t bytes, const char* path) noex
     return temporary.remove();
 }
 
-// Checks the stored offset and replaces it when it is damaged. False when reading or writing
-// failed.
-bool settle_offset(const RingFile& file, std::size_t bytes) noexcept {
+// Whether the ring goes on where its file says, or begins anew.
+bool goes_on(const RingFile& file, std::uint32_t offset, std::size_t bytes) noexcept {
+    return !file.is_new && file.length <= bytes && is_ring_offset(offset, bytes);
+}
+
+bool map_ring(TraceHandle& trace, const RingFile& file, std::size_t bytes) noexcept {
+    void* const mapping =
+        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
+    if (mapping == MAP_FAILED) return false;
+    trace.mapping = static_cast<unsigned char*>(mapping);
+    std::uint32_t offset = 0;
+    std::memcpy(&offset, trace.mapping, sizeof offset);
+    if (!goes_on(file, offset, bytes)) std::memcpy(trace.mapping, &kRingStart, sizeof kRingStart);
+    return true;
+}
+
+// False when the header can neither be read nor be written.
+bool settle_header(const RingFile& file, std::size_t bytes) noexcept {
     std::uint32_t offset = 0;
     const std::span<char> word(reinterpret_cast<char*>(&offset), sizeof offset);
     if (!load_block(file.fd.get(), 0, bytes, word)) return false;
-    if (!file.is_new && file.length <= bytes && is_ring_offset(offset, bytes)) return true;
+    if (goes_on(file, offset, bytes)) return true;
     offset = kRingStart;
     return store_block(file.fd.get(), 0, word);
 }
@@ -188,13 +206,13 @@ bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) no
     }
     const auto bytes = static_cast<std::size_t>(wanted);
     RingFile file;
-    if (!open_ring_file(path, file) || !settle_ring(file, bytes, path)) return false;
-    if (!settle_offset(file, bytes)) return false;
+    if (!open_ring_file(path, file)) return false;
+    const bool is_settled = file.length >= bytes && file.is_laid_down;
+    if (!is_settled && !settle_ring(file, bytes, path)) return false;
     if (is_overwritten_in_place(file.fd.get())) {
-        void* const mapping =
-            ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
-        if (mapping == MAP_FAILED) return false;
-        trace.mapping = static_cast<unsigned char*>(mapping);
+        if (!map_ring(trace, file, bytes)) return false;
+    } else if (!settle_header(file, bytes)) {
+        return false;
     }
     trace.size_kb = static_cast<std::uint32_t>(bytes / 1024);
     trace.fd = file.fd.release();
@@ -211,12 +229,10 @@ TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level)
         static_cast<TraceHandle*>(std::calloc(1, sizeof(TraceHandle))));
     if (trace == nullptr) return nullptr;
     ::pthread_mutex_init(&g_cs, nullptr);
-    ::pthread_mutex_init(&trace->lock, nullptr);
     trace->level = level;
     if (level == 0 || size_kb == 0) return trace.release();
     if (path == nullptr) errno = EFAULT;
     if (path == nullptr || !log::attach_file(*trace, path, size_kb)) {
-        ::pthread_mutex_destroy(&trace->lock);
         ::pthread_mutex_destroy(&g_cs);
         return nullptr;
     }
@@ -231,7 +247,6 @@ std::int32_t Tclose(TraceHandle* trace) noexcept {
         if (trace->mapping != nullptr) ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
         ended = FileClose(trace->fd) == 0 && ended;
     }
-    ::pthread_mutex_destroy(&trace->lock);
     ::pthread_mutex_destroy(&g_cs);
     return ended ? 0 : -1;
 }

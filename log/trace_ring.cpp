@@ -29,14 +29,14 @@ constexpr long kRelockNs = 20'000'000;
 // whole.
 class RecordLock {
 public:
-    explicit RecordLock(pthread_mutex_t& ring) noexcept : ring_(ring) {
+    explicit RecordLock(common::BriefLock& ring) noexcept : ring_(ring) {
         int rc = ::pthread_mutex_trylock(&g_cs);
         while (rc == EBUSY || rc == ETIMEDOUT) rc = wait();
         held_ = rc == 0;
-        ::pthread_mutex_lock(&ring_);
+        ring_.lock();
     }
     ~RecordLock() {
-        ::pthread_mutex_unlock(&ring_);
+        ring_.unlock();
         if (held_) ::pthread_mutex_unlock(&g_cs);
     }
     RecordLock(const RecordLock&) = delete;
@@ -54,7 +54,7 @@ private:
         return ::pthread_mutex_timedlock(&g_cs, &until);
     }
 
-    pthread_mutex_t& ring_;
+    common::BriefLock& ring_;
     bool held_;
 };
 

@@ -12,6 +12,7 @@
 #include "common/retry.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
+#include "log/handles.hpp"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "pop3.h"
@@ -48,6 +49,7 @@ std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
 // An interrupted select() leaves the remaining time in `rest`.
 void wait_ms(std::int32_t ms) noexcept {
     if (ms == 0) return;
+    log::flush_log();
     constexpr long kUsPerMs = 1000;
     timeval rest{ms / 1000, ms % 1000 * kUsPerMs};
     common::retry_eintr(common::kNoLimit,

@@ -41,7 +41,7 @@ public:
     Call& operator=(const Call&) = delete;
 
     void open_log() noexcept {
-        log_ = log::open_mail_log(settings_);
+        log_ = log::open_mail_log(settings_, true);
         g_pLogHandle = log_.get();
     }
 

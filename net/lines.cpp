@@ -27,6 +27,7 @@ Report receive_line(int fd, std::span<char> line, const ReceiveRules& rules, con
         if (!wait_holds) wait = budget.seconds_left(budget.clock);
         wait_holds = false;
         if (ahead == nullptr || ahead->empty()) {  // otherwise the bytes are there already
+            budget.before_wait();
             const int ready = wait_for(fd, kReadable, wait);
             if (ready == 0) return timed_out("recv");
             if (ready < 0 && errno == EINTR) continue;
@@ -87,6 +88,7 @@ Report Sender::on_error(int error) noexcept {
 // Waits until the kernel can take more bytes. Only the budget bounds this wait: any signal handler
 // interrupts poll(), also one installed with SA_RESTART, so interruptions are not counted.
 Report Sender::wait_for_room() noexcept {
+    budget_.before_wait();
     const int ready = wait_for(fd_, kWritable, budget_.seconds_left(budget_.clock));
     if (ready == 0) return timed_out("send");
     return ready > 0 || errno == EINTR ? kDone : on_error(errno);

@@ -15,6 +15,7 @@ namespace ovrmail::net {
 struct Budget {
     std::int64_t (*seconds_left)(void* clock) noexcept;  // never negative
     bool (*is_spent)(void* clock) noexcept;  // called after each part of a send; may be null
+    void (*before_wait)() noexcept;          // called whenever the network has to be waited for
     void* clock;
 };
 

@@ -8,6 +8,7 @@
 
 #include "common/error_word.hpp"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "mail_log.h"
 #include "pop3.h"
 
@@ -28,7 +29,7 @@ class Deadline {
 public:
     explicit Deadline(TraceHandle* trace) noexcept : trace_(trace) {}
 
-    net::Budget budget() noexcept { return {seconds_left, nullptr, this}; }
+    net::Budget budget() noexcept { return {seconds_left, nullptr, log::flush_log, this}; }
 
 private:
     static std::int64_t seconds_left(void* clock) noexcept {

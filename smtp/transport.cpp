@@ -10,6 +10,7 @@
 
 #include "common/error_word.hpp"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_log.h"
 #include "smtp.h"
@@ -39,7 +40,7 @@ net::Report refuse(const char* call) noexcept { return net::failed(call, -1, EIN
 
 }  // namespace
 
-net::Budget running_budget() noexcept { return {seconds_left, is_spent, nullptr}; }
+net::Budget running_budget() noexcept { return {seconds_left, is_spent, log::flush_log, nullptr}; }
 
 net::SendRules send_rules(net::Follow follow) noexcept {
     return {.empty_limit = 6, .interrupt_limit = 6, .follow = follow};
