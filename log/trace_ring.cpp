@@ -6,6 +6,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "common/unique_fd.hpp"
+#include "log/trace_bulk.hpp"
 #include "log/trace_handle.hpp"
 #include "trace.h"
 
@@ -160,7 +162,44 @@ void put(Ring ring, std::size_t size, const Record& record) noexcept {
     ring.store_offset(static_cast<std::uint32_t>(offset));
 }
 
+template <class Ring>
+void move_on(Ring ring, std::size_t size, std::uint64_t bytes) noexcept {
+    const std::uint32_t stored = ring.load_offset();
+    if (!is_ring_offset(stored, size)) return;
+    const std::uint64_t room = size - kRingStart;
+    const std::uint64_t place = (stored - kRingStart + bytes) % room;
+    ring.store_offset(static_cast<std::uint32_t>(kRingStart + place));
+}
+
+bool takes(const TraceHandle* trace, std::uint32_t level) noexcept {
+    return trace != nullptr && trace->level >= level && trace->level != 0 && trace->has_file();
+}
+
 }  // namespace
+
+std::size_t record_room(const TraceHandle* trace) noexcept {
+    return takes(trace, 0) ? trace->ring_bytes() - kRingStart : 0;
+}
+
+std::size_t record_size(const TraceHandle* trace, std::uint32_t level, std::string_view point,
+                        std::size_t data) noexcept {
+    if (!takes(trace, level)) return 0;
+    const std::size_t longest = trace->ring_bytes() / 2;
+    const std::size_t with_data = data != 0 ? kDataMarker.size() + std::min(data, longest) : 0;
+    return kStartMarker.size() + sizeof Record::time + sizeof kReserved + point.size() + with_data +
+           kEndMarker.size();
+}
+
+void pass_over(TraceHandle* trace, std::uint64_t bytes) noexcept {
+    if (!takes(trace, 0) || bytes == 0) return;
+    const common::ErrnoKeeper keep;
+    const RecordLock lock(trace->lock);
+    if (trace->mapping != nullptr)
+        move_on(MappedRing(*trace), trace->ring_bytes(), bytes);
+    else
+        move_on(WrittenRing(*trace), trace->ring_bytes(), bytes);
+}
+
 }  // namespace ovrmail::log
 
 using namespace ovrmail;
@@ -168,7 +207,7 @@ using namespace ovrmail;
 std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, const void* data,
                     std::uint32_t length) noexcept {
     if (trace == nullptr || level > log::kHighestLevel) return -1;
-    if (trace->level == 0 || trace->level < level || !trace->has_file()) return 0;
+    if (!log::takes(trace, level)) return 0;
 
     const common::ErrnoKeeper keep;
     const std::size_t size = trace->ring_bytes();
