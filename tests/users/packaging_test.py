@@ -1,7 +1,7 @@
 """Installs the library as its users do, and sends a mail from each place: a C and a C++ program
 built against the unpacked Debian packages and against a prefix, through pkg-config and through
-find_package; ovrm-send from a prefix and from the packages installed in a clean root. The packages
-hold what an installation holds, hardened.
+find_package; ovrm-send from a prefix and from the packages installed in a clean root. Packages of
+either kind hold what an installation holds, hardened, and the units of a service manager are valid.
 
     packaging_test.py SOURCE_DIRECTORY WORKING_DIRECTORY
 """
@@ -191,6 +191,22 @@ class Installed(unittest.TestCase):
         run("dpkg", f"--root={ROOT}", "--log=/dev/null", "-P", "ovrmail-tools", "libovrmail1")
         self.assertEqual(files_below(data), set(others))
         self.assertFalse((data / "tmp2").exists())
+
+    @unittest.skipUnless(REAL_ROOT and shutil.which("systemd-analyze"), "needs root and systemd")
+    def test_files_of_the_service_manager(self):
+        examples, root = STAGE / "usr/share/doc/ovrmail/examples/service", WORK / "service"
+        shutil.rmtree(root, ignore_errors=True)
+        (root / "etc").mkdir(parents=True)
+        run("systemd-sysusers", f"--root={root}", examples / "ovrmail-sysusers.conf")
+        run("systemd-tmpfiles", f"--root={root}", "--create", examples / "ovrmail-tmpfiles.conf")
+        group = re.search(r"^ovrmail:x:(\d+):agent$", (root / "etc/group").read_text(), re.M)
+        for name in ("tmp", "tmp2", "log"):
+            status = (root / DATA / name).stat()
+            self.assertEqual((status.st_mode & 0o7777, status.st_gid), (0o3770, int(group.group(1))))
+        unit = (examples / "agent.service").read_text()
+        (root / "agent.service").write_text(
+            re.sub("^ExecStart=.*", f"ExecStart={STAGE}/usr/bin/ovrm-send", unit, flags=re.M))
+        run("systemd-analyze", "verify", root / "agent.service")
 
 
 if __name__ == "__main__":
