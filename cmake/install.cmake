@@ -105,3 +105,5 @@ install(CODE "
   set(libdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
   set(libexecdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}\")
   include(\"${CMAKE_CURRENT_LIST_DIR}/install_words.cmake\")" COMPONENT Runtime)
+
+include(${PROJECT_SOURCE_DIR}/packaging/rpm.cmake)

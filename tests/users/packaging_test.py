@@ -16,8 +16,8 @@ import unittest
 from receiver import Receiver
 
 SOURCE, WORK = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
-PACKAGES, WHOLE, STAGE, PREFIX, ROOT = (
-    WORK / name for name in ("packages", "whole", "stage", "prefix", "root"))
+PACKAGES, RPMS, WHOLE, STAGE, PREFIX, ROOT = (
+    WORK / name for name in ("packages", "rpms", "whole", "stage", "prefix", "root"))
 COPY = WORK / "ovrmail"  # what the packages are built from, and in
 BUILD = COPY / "build-deb"
 # What the packages ask for, and what their scripts need.
@@ -69,6 +69,8 @@ class Installed(unittest.TestCase):
         for package in cls.debs:
             run("dpkg-deb", "--extract", package, STAGE)
         run("cmake", "--install", BUILD, env=dict(os.environ, DESTDIR=str(WHOLE)))
+        if shutil.which("rpmbuild"):
+            run(COPY / "packaging/build_rpms.sh", RPMS, BUILD)
         run("cmake", BUILD, f"-DCMAKE_INSTALL_PREFIX={PREFIX}")
         run("cmake", "--build", BUILD)
         cls.words = run("cmake", "--install", BUILD)
@@ -191,6 +193,18 @@ class Installed(unittest.TestCase):
         run("dpkg", f"--root={ROOT}", "--log=/dev/null", "-P", "ovrmail-tools", "libovrmail1")
         self.assertEqual(files_below(data), set(others))
         self.assertFalse((data / "tmp2").exists())
+
+    @unittest.skipUnless(shutil.which("rpmbuild"), "needs rpmbuild")
+    def test_rpms(self):
+        rows = run("rpm", "-qp", "--qf", "[%{FILEMODES:perms} %{FILENAMES}\\n]", *RPMS.glob("*.rpm"))
+        files = [row.split()[1][1:] for row in rows.splitlines() if row[0] != "d"]
+        self.assertEqual(sorted(files), sorted(files_below(WHOLE)))
+        library = next(RPMS.glob("libovrmail1-*.rpm"))
+        self.assertEqual(set(re.findall(r"^lib[^(]*", run("rpm", "-qpR", library), re.M)),
+                         {"libc.so.6"})
+        self.assertIn("make-directories", run("rpm", "-qp", "--scripts", library))
+        for package in RPMS.glob("ovrmail-tools-*.rpm"):
+            self.assertIn("libovrmail1 = ", run("rpm", "-qpR", package))
 
     @unittest.skipUnless(REAL_ROOT and shutil.which("systemd-analyze"), "needs root and systemd")
     def test_files_of_the_service_manager(self):

@@ -1,0 +1,2 @@
+/usr/libexec/libovrmail1/make-directories
+/sbin/ldconfig
