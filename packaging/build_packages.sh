@@ -36,7 +36,7 @@ needs() {
     shift
     depends=$(dpkg-deb --field "$out/${package}"_*.deb Depends)
     for pattern; do
-        grep -qE ", $pattern[ :,]" <<<", $depends," && continue
+        grep -qE ", ${pattern}[ :,]" <<<", $depends," && continue
         echo "build_packages: $package does not depend on $pattern, only on: $depends" >&2
         status=1
     done
