@@ -76,10 +76,11 @@ class Installed(unittest.TestCase):
         cls.words = run("cmake", "--install", BUILD)
         cls.library_dir = next(STAGE.glob("usr/lib/**/libovrmail.so")).parent
 
-    def send(self, *program):
+    def send(self, *program, attached=()):
         with Receiver() as server:
-            run(*program, "127.0.0.1", "agent@a", "ops@b", server.port,
-                env=dict(os.environ, LD_LIBRARY_PATH=str(self.library_dir)))
+            run(*program, "127.0.0.1", "agent@a", "ops@b", *attached, server.port,
+                env=dict(os.environ, LD_LIBRARY_PATH=str(self.library_dir),
+                         PYTHONPATH=str(STAGE / "usr/lib/python3/dist-packages")))
             self.assertEqual(server.commands[1:3], ["MAIL FROM:<agent@a>", "RCPT TO:<ops@b>"])
             self.assertEqual(len(server.mails), 1)
 
@@ -115,6 +116,10 @@ class Installed(unittest.TestCase):
         self.send(build / "consumer_c")
         self.send(build / "consumer_cpp")
 
+    def test_python_module(self):
+        self.send("/usr/bin/python3", "-B", STAGE / "usr/share/doc/ovrmail/examples/plain.py",
+                  attached=[__file__])
+
     def test_a_prefix_of_ones_own_works_at_once(self):
         self.send_by_tool(PREFIX / "bin/ovrm-send")
         self.assertRegex(self.words, "loader does not look into " + str(PREFIX))
@@ -132,7 +137,7 @@ class Installed(unittest.TestCase):
         for document in WHOLE.glob("usr/share/doc/ovrmail/*.md"):
             for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
                 self.assertTrue((document.parent / target).exists(), f"{document.name}: {target}")
-        own = re.compile(r"usr/share/(licenses|doc/(lib|ovrmail-|python3-))")
+        own = re.compile(r"usr/share/(licenses|lintian|doc/(lib|ovrmail-|python3-))")
         unpacked = [f for f in files_below(STAGE) if not own.match(f)]
         self.assertEqual(set(unpacked), {f for f in whole if not own.match(f)})
         self.assertEqual(len(unpacked), len([line for package in self.debs for line in run(
@@ -157,8 +162,9 @@ class Installed(unittest.TestCase):
     def test_lintian(self):
         said = subprocess.run(["lintian", "--allow-root", "-EiI", "--pedantic",
                                *PACKAGES.glob("*.changes")], capture_output=True, text=True)
-        wanted = [] if (SOURCE / "python").exists() else ["W: python3-ovrmail: empty-binary-package"]
-        self.assertEqual(re.findall(r"^[EWIPX]: .*", said.stdout + said.stderr, re.M), wanted)
+        # What a compiler makes of a text may need an override at one time and not at another.
+        self.assertEqual(re.findall(r"^[EWIPX]: (?!.* unused-override).*",
+                                    said.stdout + said.stderr, re.M), [])
 
     def test_packages_in_a_clean_root(self):
         """The directories keep what the operator sets; a boot deletes left-over working files,
