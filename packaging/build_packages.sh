@@ -19,11 +19,12 @@ list_files() {
     git ls-files --cached --others --exclude-standard --deduplicate -z 2>/dev/null ||
         find . -name 'build*' -prune -type d -o ! -type d -print0
 }
+umask 022
 rm -rf "$work/ovrmail" "$out"
 mkdir -p "$work/ovrmail" "$out"
-list_files | tar --null --files-from=- --create | tar --directory "$work/ovrmail" --extract
+list_files | tar --null --files-from=- --mode=u=rwX,go=rX --create |
+    tar --directory "$work/ovrmail" --extract
 (
-    umask 022
     cd "$work/ovrmail"
     DEB_BUILD_OPTIONS="parallel=$(nproc) ${DEB_BUILD_OPTIONS:-}" dpkg-buildpackage -us -uc >&2
 )
