@@ -9,8 +9,16 @@ include(CMakePackageConfigHelpers)
 
 set(OVRMAIL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ovrmail)
 set(OVRMAIL_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/ovrmail)
-set(OVRMAIL_PYTHON_DIR lib/python3/dist-packages CACHE STRING
-  "Where the Python module goes, below the prefix")
+if(NOT DEFINED OVRMAIL_PYTHON_DIR)  # where Python looks below the prefix, if it does at all
+  set(place "${CMAKE_INSTALL_PREFIX}/lib")
+  execute_process(COMMAND python3 -c
+    "import site; print([d for d in site.getsitepackages() if d.startswith('${place}')][0])"
+    OUTPUT_VARIABLE found ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE failed)
+  set(OVRMAIL_PYTHON_DIR lib/python3/dist-packages)
+  if(NOT failed)
+    file(RELATIVE_PATH OVRMAIL_PYTHON_DIR ${CMAKE_INSTALL_PREFIX} ${found})
+  endif()
+endif()
 
 install(TARGETS ovrmail EXPORT ovrmailTargets
   LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development)
@@ -104,6 +112,7 @@ endforeach()
 install(CODE "
   set(libdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
   set(libexecdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}\")
+  set(pythondir \"\${CMAKE_INSTALL_PREFIX}/${OVRMAIL_PYTHON_DIR}\")
   include(\"${CMAKE_CURRENT_LIST_DIR}/install_words.cmake\")" COMPONENT Runtime)
 
 include(${PROJECT_SOURCE_DIR}/packaging/rpm.cmake)

@@ -18,3 +18,8 @@ else()
   message(STATUS "The loader does not look into ${libdir}: link programs with"
     " -Wl,-rpath,${libdir}, or set LD_LIBRARY_PATH. The tools find the library by themselves.")
 endif()
+execute_process(COMMAND python3 -c "import sys; sys.exit('${pythondir}' not in sys.path)"
+  ERROR_QUIET RESULT_VARIABLE not_searched)
+if(not_searched)
+  message(STATUS "Python does not look into ${pythondir}: add it to PYTHONPATH.")
+endif()

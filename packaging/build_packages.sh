@@ -44,7 +44,7 @@ needs() {
 }
 version=$(dpkg-parsechangelog --show-field Version)
 needs libovrmail1 'libc6 \(>= [0-9.]+\)'
-needs ovrmail-tools "libovrmail1 \(= $version\)" 'libc6 \(>= [0-9.]+\)' 'libstdc\+\+6 \(>= [0-9.]+\)'
+needs ovrmail-tools "libovrmail1 \(= $version\)" 'libc6 \(>= [0-9.]+\)' 'libstdc\+\+6'
 needs libovrmail-dev "libovrmail1 \(= $version\)" "ovrmail-tools \(>= $version\)" libc6-dev
 needs python3-ovrmail "libovrmail1 \(>= $version\)" python3
 ls "$out"/*.deb

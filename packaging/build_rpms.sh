@@ -9,10 +9,8 @@ out=$(realpath -m "${1:-$build/packages}")
 
 SOURCE_DATE_EPOCH=$(date --date="$(sed -n 's/^ -- .*>  //p;T;q' debian/changelog)" +%s)
 export SOURCE_DATE_EPOCH
-# Where this system keeps Python modules, if its RPM knows.
-python=$(rpm --eval '%{?python3_sitelib}')
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
-    -DOVRMAIL_BUILD_EXAMPLES=OFF ${python:+"-DOVRMAIL_PYTHON_DIR=${python#/usr/}"} >&2
+    -DOVRMAIL_BUILD_EXAMPLES=OFF >&2
 cmake --build "$build" --parallel "$(nproc)" >&2
 rm -rf "$out"
 (cd "$build" && umask 022 && cpack -G RPM -B "$out" >&2)
