@@ -11,9 +11,10 @@ declare -A groups=(
     [check]="clang-format clang-tidy git shellcheck"
     [analysis]="cppcheck git pkg-config libgmime-3.0-dev mypy"
     [coverage]="gcovr"
-    [bench]="g++ cmake make pkg-config python3 strace util-linux libmodpbase64-dev libbenchmark-dev
-             libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
-             liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
+    [bench]="g++ cmake make pkg-config python3 python3-matplotlib strace util-linux
+             libmodpbase64-dev libbenchmark-dev libcurl4-gnutls-dev libesmtp-dev libetpan-dev
+             libvmime-dev libpoco-dev msmtp libssl-dev liblttng-ust-dev lttng-tools libinih-dev
+             libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
            pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
     [package]="build-essential debhelper dpkg-dev dh-python"
