@@ -41,6 +41,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ovrmail-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION mail)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
   "libovrmail1 (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+# For ovrm-send --utf8 and --html, which load it.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "libgmime-3.0-0")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "mail submission library (command-line tools)
 ovrm-send sends one mail by hand or shows what would be sent, and checks the
 configuration; further tools read the library's trace files.")

@@ -16,7 +16,7 @@ declare -A groups=(
              liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
            pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
-    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip"
+    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
     [clang]="clang"
