@@ -154,6 +154,7 @@ class Sending(Scratch):
                       said.stderr)
         self.assertEqual((said.returncode, pop.commands), (77, ["USER user", "PASS wrong"]))
 
+    @unittest.skipIf("OVRMAIL_VALGRIND" in os.environ, "the process would be valgrind")
     def test_no_core_while_it_holds_a_password(self):
         dumped = []
         for options in ([], ["--auth=any", *ACCOUNT]):
