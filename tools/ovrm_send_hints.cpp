@@ -86,7 +86,9 @@ constexpr std::array kHints{
     Hint{dislikes_one_of_many,
          "one refused recipient refuses the mail to all: --each sends a mail to each"},
     Hint{may_pass, "the server says that it may take the mail later: send again"},
-    Hint{dislikes_recipient, "check the address; the reply is the server's reason"},
+    Hint{dislikes_recipient,
+         "the reply is the server's reason: check recipient and sender, and whether this host may "
+         "send here"},
     Hint{is_doubtful,
          "find out whether it arrived before you send it again; --timeout-end gives the server "
          "more time"},

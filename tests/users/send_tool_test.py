@@ -74,7 +74,7 @@ class Sending(Scratch):
         big = ["-a", self.file("big", os.urandom(30000))]
         cases = [  # server rules, options, exit status, words
             ({"RCPT": "550 5.1.1 no\x1b[1m"}, [], 69,
-             ["refused ops@b after RCPT TO: 550 5.1.1 no\\x1b[1m [-6]", "check the addr", "log/rmsmtp"]),
+             ["refused ops@b after RCPT TO: 550 5.1.1 no\\x1b[1m [-6]", "check recip", "log/rmsmtp"]),
             ({"RCPT TO:<c": "450 no"}, ["-t", "c@d"], 75, ["refused c@d", "--each sends"]),
             ({"GREETING": "554 go\x9baway"}, [], 69, [r"refused the connection: 554 go\x9baway"]),
             ({"EHLO": "500 x", "HELO": "504 x"}, [], 69, ["after HELO", "a name with a domain"]),
