@@ -24,7 +24,8 @@
 namespace ovrmail::log {
 namespace {
 
-constexpr const char* kPrefix = "rmsmtp";
+using common::paths::kMailLogPrefix;
+
 constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
 constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
 
@@ -73,7 +74,7 @@ void rotate(const MailLogHandle& log) noexcept {
 
 bool open_file(MailLogHandle& log) noexcept {
     const DirectoryName directory = log_directory();
-    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kPrefix,
+    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kMailLogPrefix,
                               static_cast<int>(::getpid()));
     auto keep = static_cast<std::int32_t>(log.number);
     const std::int32_t size = FileSize_Name(log.path.data());
@@ -83,7 +84,7 @@ bool open_file(MailLogHandle& log) noexcept {
     } else if (size >= 0) {
         rotate(log);
     }
-    (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
+    (void)DeleteOldFiles_DIR(directory.text.data(), kMailLogPrefix, "log", keep, 1);
     // A new file is opened to append too: a second writer of the same name then loses no line.
     struct stat64 status {};
     common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);

@@ -17,8 +17,8 @@ declare -A groups=(
              libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
            pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
-    [package]="build-essential debhelper dpkg-dev dh-python"
-    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm"
+    [package]="build-essential debhelper dpkg-dev dh-python libgmime-3.0-dev pkgconf"
+    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
     [clang]="clang"
