@@ -77,16 +77,17 @@ bool open_file(MailLogHandle& log) noexcept {
     (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kMailLogPrefix,
                               static_cast<int>(::getpid()));
     auto keep = static_cast<std::int32_t>(log.number);
-    const std::int32_t size = FileSize_Name(log.path.data());
-    const std::int32_t limit = static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin;
-    if (size >= 0 && size < limit) {
-        ++keep;  // the continued file is one of those that are kept
-    } else if (size >= 0) {
-        rotate(log);
+    const off64_t limit = off64_t{log.size_kb} * 1024 - kMargin;
+    struct stat64 status {};
+    if (::fstatat64(AT_FDCWD, log.path.data(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (!is_own(status)) return false;  // not renamed either
+        if (status.st_size < limit)
+            ++keep;  // the continued file is one of those that are kept
+        else
+            rotate(log);
     }
     (void)DeleteOldFiles_DIR(directory.text.data(), kMailLogPrefix, "log", keep, 1);
     // A new file is opened to append too: a second writer of the same name then loses no line.
-    struct stat64 status {};
     common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);
     if (!fd.valid() || !is_own_file(fd.get(), status)) return false;
     // A full file that could not be renamed is emptied.
