@@ -153,7 +153,8 @@ MAIL_API int32_t SMTP_sendData(int32_t sock, int32_t fd, uint32_t* err) MAIL_NOE
  *   boundary  as made by SMTP_makeTopData; empty or null: the message has no parts
  *   err       as in the head of this file
  * A piece holds (size_kb - 1) * 1,024 bytes and what it takes to end with a line and not inside the
- * header of a part. Only a line longer than the buffer is cut.
+ * header of a part; less where the next line does not fit. Only a line longer than the buffer is
+ * cut, never inside a CR LF nor so that the next piece starts with a dot that could end the mail.
  * Returns the bytes in the piece, 0 when nothing is left; -32 (EINVAL for bad arguments). */
 MAIL_API int32_t SMTP_getSendData(int32_t fd, char* buffer, int32_t size_kb, const char* boundary,
                                   uint32_t* err) MAIL_NOEXCEPT;
