@@ -25,13 +25,6 @@ inline std::string_view text(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-// Takes what stands before the first `mark`, or everything.
-inline std::string_view take(std::string_view& rest, char mark) {
-    const std::string_view head = rest.substr(0, rest.find(mark));
-    rest.remove_prefix(head.size() < rest.size() ? head.size() + 1 : head.size());
-    return head;
-}
-
 // A file in memory with a path.
 class MemoryFile {
 public:
