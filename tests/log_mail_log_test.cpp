@@ -109,19 +109,17 @@ TEST_F(MailLog, LinksFifosAndForeignFilesAreLeftAlone) {
 }
 
 TEST_F(MailLog, SizeDecidesBetweenContinuingAndRotating) {
-    const struct {
-        const char* setting;
-        std::size_t longest;  // that is continued
-    } cases[] = {
+    const std::pair<const char*, std::size_t> cases[] = {
+        // and the longest that is continued
         {"", 19979},          {"LOGSIZE=20", 19979},  {"LOGSIZE=10", 9739}, {"LOGSIZE=100", 101899},
         {"LOGSIZE=9", 19979}, {"LOGSIZE=101", 19979}, {"LOGSIZE=-1", 19979}};
-    for (const auto& c : cases) {
+    for (const auto& [setting, longest] : cases) {
         for (const std::size_t more : {0U, 1U}) {
-            SCOPED_TRACE(c.setting + std::to_string(more));
-            start(c.setting);
-            write_file(kLog, std::string(c.longest + more, 'x'));
+            SCOPED_TRACE(setting + std::to_string(more));
+            start(setting);
+            write_file(kLog, std::string(longest + more, 'x'));
             MailLogClose(MailLogOpen(0));
-            EXPECT_EQ(fs::file_size(kLog) > c.longest, more == 0);
+            EXPECT_EQ(fs::file_size(kLog) > longest, more == 0);
             EXPECT_EQ(fs::exists(kLog + "1"), more == 1);
         }
     }
