@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "log/trace_handle.hpp"
+#include "mail_api.h"
 #include "support/fault.hpp"
+#include "support/scripted_server.hpp"
 #include "support/support.hpp"
 #include "tools/ovrm_trace_ring.hpp"
 #include "trace.h"
@@ -258,6 +260,24 @@ TEST(TraceConfig, SettingsOfASection) {
     MakeTraceFileName(name, 0, "acert", 1);
     EXPECT_EQ(name, "/var/opt/Quorvin/tmp2/acert" + std::to_string(::getpid()) + "-" +
                         std::to_string(static_cast<int>(::pthread_self())) + ".trc");
+}
+
+TEST(TraceConfig, DefaultsOfASend) {
+    const fault::Faults clock;
+    const std::string rings = "/var/opt/Quorvin/tmp2";
+    for (char old = '0'; old <= '9'; ++old) write_file(rings + "/acert" + old, "");
+    const MailEntry to{MAIL_KIND_RECIPIENT, 0, "a@b"}, body{MAIL_KIND_BODY, 0, "text"};
+    const MailSplitOption refusing{10, support::refusing_port()};
+    char detail[MAIL_DETAIL_SIZE], name[1025];
+    EXPECT_EQ(OvRm_SendEMail(&to, 1, &body, 1, "a@b", "S", "127.0.0.1", 0, &refusing, nullptr,
+                             nullptr, detail),
+              MAIL_E_CONNECT);
+    EXPECT_EQ(std::distance(fs::directory_iterator(rings), {}), 5);
+    MakeTraceFileName(name, 0, "acert", 1);
+    const std::string bytes = read_file(name);
+    EXPECT_EQ(bytes.size(), kRing) << "5 KiB, rounded up";
+    EXPECT_NE(bytes.find("makeTop_0000"), std::string::npos) << "level 1";
+    EXPECT_EQ(bytes.find("smtp0654"), std::string::npos) << "level 2";
 }
 
 TEST(Pruning, KeepsTheNewest) {
