@@ -2,6 +2,7 @@
 // the rest is all that the server will ever send. Where no password is involved, a reader that
 // takes byte after byte and knows nothing else tells what the result must be.
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
