@@ -17,6 +17,8 @@ inline constexpr const char* kResolverConfig = "/etc/resolv.conf";
 inline constexpr const char* kWorkDirFormat = "%s/tmp";    // of kDataDir
 inline constexpr const char* kTraceDirFormat = "%s/tmp2";  // of kDataDir
 inline constexpr const char* kLogDirFormat = "%s/log";     // of kDataDir
+inline constexpr const char* kSendRing = "acert";  // what names of rings of sends begin with
+inline constexpr const char* kMailLog = "rmsmtp";  // and names of mail logs
 
 inline constexpr const char* kPartnerInstallDir = "/opt/Brelltam";
 inline constexpr const char* kPartnerConfigDir = "/etc/opt/Brelltam";

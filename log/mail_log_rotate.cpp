@@ -23,7 +23,7 @@
 namespace ovrmail::log {
 namespace {
 
-constexpr const char* kPrefix = "rmsmtp";
+constexpr const char* kPrefix = common::paths::kMailLog;
 constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
 constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
 
