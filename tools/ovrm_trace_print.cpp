@@ -57,19 +57,15 @@ void put_bytes(std::string& line, std::string_view data, std::size_t column) {
 
 // Text in quotes; one of several lines stands below, line by line.
 void put_text(std::string& line, std::string_view data, std::size_t column) {
-    const auto take = [&data] {
+    const bool fits = data.size() <= kTextRow && data.find('\n') >= data.size() - 1;
+    line += fits ? ": " : ":";
+    if (fits) line.append("\"").append(escaped(data)).append("\"");
+    while (!fits && !data.empty()) {
         const std::size_t end = std::min(data.find('\n'), data.size() - 1) + 1;
         const std::string_view row = data.substr(0, std::min(end, kTextRow));
+        line.append("\n").append(column, ' ').append("\"").append(escaped(row)).append("\"");
         data.remove_prefix(row.size());
-        return "\"" + escaped(row) + "\"";
-    };
-    const std::string first = data.empty() ? "\"\"" : take();
-    if (data.empty()) {
-        line += ": " + first;
-        return;
     }
-    line.append(":\n").append(column, ' ').append(first);
-    while (!data.empty()) line.append("\n").append(column, ' ').append(take());
 }
 
 std::string raw_text(const Record& record, const std::string& name) {
