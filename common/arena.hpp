@@ -1,6 +1,6 @@
-// arena.hpp - memory that is given out piece by piece and freed at once with its owner.
+// arena.hpp - memory that is allocated piece by piece and freed together with its owner.
 //
-// A profile of a thousand keys costs a handful of allocations this way. Blocks double in size, so
+// A profile of a thousand keys needs few allocations this way. Blocks double in size, so
 // small profiles stay small.
 #pragma once
 

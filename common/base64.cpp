@@ -1,8 +1,9 @@
-// base64.cpp - the base64 kernel; see base64.hpp.
+// base64.cpp - the base64 kernel (RFC 4648 section 4, RFC 2045 section 6.8); see base64.hpp.
 //
-// Two roads with the same result: a table of character pairs indexed by twelve bits, and, where
-// the processor has AVX2, 24 bytes a step after Mula and Lemire, "Faster Base64 Encoding and
-// Decoding Using AVX2 Instructions" (2018).
+// Composition encodes subjects and attachments with it, SMTP AUTH its credentials. Two methods give
+// the same result: a table of character pairs indexed by twelve bits, and, where the processor has
+// AVX2, 24 bytes a step after Mula and Lemire, "Faster Base64 Encoding and Decoding Using AVX2
+// Instructions" (2018). No state.
 #include "common/base64.hpp"
 
 #include <algorithm>
@@ -59,7 +60,7 @@ char* encode_plain(std::span<const unsigned char> src, char* dst) noexcept {
 
 bool has_avx2() noexcept { return __builtin_cpu_supports("avx2") != 0; }
 
-constexpr std::size_t kStepReads = 28;  // a step encodes 24 bytes but looks at 28
+constexpr std::size_t kStepReads = 28;  // a step encodes 24 bytes but reads 28
 
 OVRMAIL_AVX2 __m256i both_lanes(__m128i lane) noexcept { return _mm256_broadcastsi128_si256(lane); }
 
@@ -90,7 +91,7 @@ OVRMAIL_AVX2 void encode_step(const unsigned char* src, char* dst) noexcept {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), _mm256_add_epi8(value, distance));
 }
 
-// Takes whole steps while the bytes they look at are there.
+// Encodes whole steps while the bytes that a step reads are there.
 OVRMAIL_AVX2 Encoded encode_steps(std::span<const unsigned char> src, char* dst) noexcept {
     const unsigned char* at = src.data();
     for (std::size_t left = src.size(); left >= kStepReads; left -= 24, at += 24, dst += 32)
@@ -98,7 +99,7 @@ OVRMAIL_AVX2 Encoded encode_steps(std::span<const unsigned char> src, char* dst)
     return {at, dst};
 }
 
-// Takes whole lines: the third step of a line covers its last 24 bytes, half of them again.
+// Encodes whole lines: the third step of a line encodes its last 24 bytes, 21 of them again.
 OVRMAIL_AVX2 Encoded encode_line_steps(std::span<const unsigned char> src, char* dst) noexcept {
     constexpr std::size_t kLast = kBase64LineBytes - 24;
     const unsigned char* at = src.data();

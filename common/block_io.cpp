@@ -1,4 +1,7 @@
-// block_io.cpp - files in large blocks; see block_io.hpp.
+// block_io.cpp - reads and writes files in large blocks; see block_io.hpp.
+//
+// Staging, composition, streaming and the profile reader use it. The caller owns descriptor and
+// block; no state.
 #include "common/block_io.hpp"
 
 #include <unistd.h>

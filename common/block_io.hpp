@@ -12,9 +12,9 @@ namespace ovrmail::common {
 // Reads until the block is full or the file ends. Returns the bytes read, or -1 with errno.
 ssize_t read_full(int fd, std::span<char> block) noexcept;
 
-// Collects what is put into it and writes whole blocks. The first failure sticks: every later
-// call returns false and error() keeps its errno. A short write is a failure (ENOSPC).
-// Nothing is written by the destructor: success is what flush() says.
+// Collects what is put into it and writes whole blocks. After the first failure every call returns
+// false and error() keeps its errno. A short write is a failure (ENOSPC). The destructor writes
+// nothing: only flush() reports success.
 class BlockWriter {
 public:
     BlockWriter(int fd, std::span<char> block) noexcept : fd_(fd), block_(block) {}

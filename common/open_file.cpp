@@ -1,4 +1,7 @@
-// open_file.cpp - see open_file.hpp.
+// open_file.cpp - opens a file that may be a FIFO or a device; see open_file.hpp.
+//
+// Profiles, trace rings, mail logs and the files that a mail is made from are opened here. No
+// state.
 #include "common/open_file.hpp"
 
 #include <fcntl.h>
@@ -13,7 +16,7 @@ UniqueFd open_at_once(const char* path, int flags, mode_t mode, int attempts) no
             attempts, [&] { return ::open(path, flags | more | O_CLOEXEC | O_LARGEFILE, mode); });
     };
     const int fd = open_with(O_NONBLOCK);
-    // Only a lease is in the way like this, and only a regular file has one (fcntl(2)).
+    // EWOULDBLOCK means a lease, which only a regular file can have (fcntl(2)): wait for its end.
     return UniqueFd(fd < 0 && errno == EWOULDBLOCK ? open_with(0) : fd);
 }
 

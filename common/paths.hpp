@@ -17,8 +17,12 @@ inline constexpr const char* kResolverConfig = "/etc/resolv.conf";
 inline constexpr const char* kWorkDirFormat = "%s/tmp";    // of kDataDir
 inline constexpr const char* kTraceDirFormat = "%s/tmp2";  // of kDataDir
 inline constexpr const char* kLogDirFormat = "%s/log";     // of kDataDir
-inline constexpr const char* kSendRing = "acert";  // what names of rings of sends begin with
-inline constexpr const char* kMailLog = "rmsmtp";  // and names of mail logs
+
+// How names begin there; the process id follows.
+inline constexpr const char* kSendRingPrefix = "acert";    // of kTraceDirFormat, then ".trc"
+inline constexpr const char* kMailLogPrefix = "rmsmtp";    // of kLogDirFormat, then ".log"
+inline constexpr const char* kBodyFilePrefix = "EMT";      // of kWorkDirFormat
+inline constexpr const char* kComposedFilePrefix = "EST";  // of kWorkDirFormat
 
 inline constexpr const char* kPartnerInstallDir = "/opt/Brelltam";
 inline constexpr const char* kPartnerConfigDir = "/etc/opt/Brelltam";

@@ -1,4 +1,7 @@
 // text.cpp - bounded text; see text.hpp.
+//
+// All folders format, copy and measure texts with it. A text that does not fit is cut or reported,
+// never written behind its buffer. No state.
 #include "common/text.hpp"
 
 #include <algorithm>

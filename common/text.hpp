@@ -17,7 +17,7 @@ __attribute__((format(printf, 2, 3))) int format_into(std::span<char> dst, const
 std::size_t copy_into(std::span<char> dst, std::string_view text) noexcept;
 
 // The text behind its first `count` characters, empty when there are none. Unlike substr() it
-// knows no exception, so the library needs nothing of the C++ runtime.
+// never throws, so the library needs nothing of the C++ runtime.
 constexpr std::string_view skip(std::string_view text, std::size_t count) noexcept {
     text.remove_prefix(count < text.size() ? count : text.size());
     return text;

@@ -8,7 +8,7 @@
 
 namespace ovrmail::common {
 
-// Keeps errno over clean-up work: what failed first is what the caller reads.
+// Keeps errno during clean-up: the caller reads the error of the call that failed first.
 class ErrnoKeeper {
 public:
     ErrnoKeeper() noexcept : saved_(errno) {}
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
     [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
 
-    // A close interrupted by a signal has closed on Linux: it is never repeated.
+    // On Linux an interrupted close() has closed the descriptor: it is never repeated.
     void reset(int fd = -1) noexcept {
         const ErrnoKeeper keep;
         if (fd_ >= 0) ::close(fd_);  // allow: this is the owner

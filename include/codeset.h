@@ -24,24 +24,30 @@ extern MAIL_API const MailLangInfo stSjisLangInfo[5];
 MAIL_API int32_t Cnv_open(const char* from_code, const char* to_code) MAIL_NOEXCEPT;
 
 /* Cnv_euctosjis, Cnv_sjistoeuc - convert a text with a handle of the matching direction.
- *   in_length   bytes of in
- *   out_size    bytes of out; no NUL is added
- *   out_length  out: bytes placed in out; may be null; untouched with -1
- * The result ends before its first NUL. When the text turns out invalid, incomplete or longer than
- * out_size, out receives what was converted before, or, if that is nothing, the remaining input in
- * hexadecimal, as much of it as fits.
- * Returns the bytes placed in out; -1 a null text, no such handle, no memory; -2 stopped early. */
+ *   handle      from Cnv_open
+ *   in_length   bytes of in, 0 or more
+ *   in          the text; needs no NUL
+ *   out_size    bytes of room in out; below 0 counts as 0
+ *   out         out: the converted text; no NUL is added
+ *   out_length  null, or out: bytes placed in out; untouched with -1
+ * The result ends before its first NUL. Where the text is invalid, incomplete or longer than
+ * out_size, the conversion stops: out receives what was converted before that, or, if that is
+ * nothing, the rest of the input in hexadecimal, as much of it as fits.
+ * Returns the bytes placed in out; -1 for a null text, an in_length below 0, a handle that is not
+ * open, or no memory; -2 stopped, out_length tells how many bytes out has. */
 MAIL_API int32_t Cnv_euctosjis(int32_t handle, int32_t in_length, const char* in, int32_t out_size,
                                char* out, int32_t* out_length) MAIL_NOEXCEPT;
 MAIL_API int32_t Cnv_sjistoeuc(int32_t handle, int32_t in_length, const char* in, int32_t out_size,
                                char* out, int32_t* out_length) MAIL_NOEXCEPT;
 
 /* Cnv_tocode - write each byte of a text as two lower-case hexadecimal digits.
- *   out  2 * strlen(text) + 1 bytes, NUL-terminated
- * Returns the length of text. */
+ *   text  null counts as empty
+ *   out   out, 2 * strlen(text) + 1 bytes, ends with NUL; null: nothing is written
+ * Returns the length of text; 0 for a null out. */
 MAIL_API int32_t Cnv_tocode(const char* text, char* out) MAIL_NOEXCEPT;
 
-/* Cnv_close - close a converter. -1, which is no handle, is accepted.
+/* Cnv_close - close a converter.
+ *   handle  from Cnv_open; -1, which Cnv_open returns for none, is accepted
  * Returns 0, or -1 with EBADF for a handle that is not open. */
 MAIL_API int32_t Cnv_close(int32_t handle) MAIL_NOEXCEPT;
 

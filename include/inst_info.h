@@ -4,13 +4,16 @@
  *   /opt/Quorvin/etc/Dovrin.reg      version and add-on of the agent
  *   /opt/Quorvin/etc/korvanta.reg    start type and companion version
  *   /opt/korvanta/etc/korvanta.reg   version of the management product
- * All functions return 0; -1 when a profile could not be opened for want of memory, when a setter
- * finds a file that it cannot read, or for a null record; -2 when a key is missing (so a missing
- * file, too) or the file could not be written. err  out, may be null: errno of what failed in the
- * system; untouched when nothing did.
+ * Arguments of several functions:
+ *   info  the caller's record
+ *   err   null, or out: errno of what failed in the system, EINVAL for a null record; else it is
+ *         untouched
+ * All functions return 0; -1 when memory for a profile runs out, when a setter finds a file that it
+ * cannot read, or for a null record; -2 when a key is missing, as in a missing file, or the file
+ * could not be written.
  * A setter rewrites each file wholly or leaves it as it was, on a full disk as well;
  * Com_ClosePrivateProfile2 says how and with which exceptions. Comments and empty sections are
- * lost. Two processes that set at the same time are for the callers to keep apart. */
+ * lost. Two processes must not set at the same time; the callers see to that. */
 #ifndef OVRMAIL_INST_INFO_H
 #define OVRMAIL_INST_INFO_H
 
@@ -36,26 +39,38 @@ typedef struct MailInstInfo {
 } MailInstInfo;
 
 /* Info_GetDovrinInstInfo - the agent: version, add-on, directories, start type and, where it is
- * stored, the companion version. The record is cleared first; a failure leaves what was read. */
+ * stored, the companion version.
+ *   info  out; cleared first; a failure leaves what was read
+ *   err   as in the head of this file */
 MAIL_API int32_t Info_GetDovrinInstInfo(MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
 
-/* Info_GetKorvantaInstInfo - the management product: version and directories. The record is not
- * cleared, other fields stay. */
+/* Info_GetKorvantaInstInfo - the management product: version and directories.
+ *   info  out; not cleared, other fields stay
+ *   err   as in the head of this file */
 MAIL_API int32_t Info_GetKorvantaInstInfo(MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
 
-/* Info_CheckKorvantaVersion - 0 when the version of `info` is 5.0 level 30 or later, else -1. */
+/* Info_CheckKorvantaVersion - whether the management product is recent enough.
+ *   info  record from Info_GetKorvantaInstInfo; null counts as too old
+ * Returns 0 when its version is 5.0 level 30 or later, else -1. */
 MAIL_API int32_t Info_CheckKorvantaVersion(const MailInstInfo* info) MAIL_NOEXCEPT;
 
 /* Info_SetDovrinInstInfo - write the add-on, then the start type and the companion version. When
- * the second file fails the first stays written. */
+ * the second file fails the first stays written.
+ *   info  what to write
+ *   err   as in the head of this file */
 MAIL_API int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, uint32_t* err) MAIL_NOEXCEPT;
 
-/* Info_SetDovrinStartType - store the start type in the record, copy the record's version into its
- * companion version, and write both. The record changes even when the file cannot be written. */
+/* Info_SetDovrinStartType - store a start type in the record, copy the record's version into its
+ * companion version, and write both.
+ *   info        in, out: changed even when the file cannot be written
+ *   start_type  the start type
+ *   err         as in the head of this file */
 MAIL_API int32_t Info_SetDovrinStartType(MailInstInfo* info, uint32_t start_type,
                                          uint32_t* err) MAIL_NOEXCEPT;
 
-/* Info_SetDovrinInstallType - write the add-on. */
+/* Info_SetDovrinInstallType - write the add-on.
+ *   addon  its value
+ *   err    as in the head of this file */
 MAIL_API int32_t Info_SetDovrinInstallType(uint32_t addon, uint32_t* err) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS

@@ -1,7 +1,8 @@
 /* mail_types.h - records, constants and declaration macros shared by every public header.
  *
  * All integers are 32 bits wide unless a field says otherwise. Records hold exactly the fields
- * listed, naturally aligned, without packing. Texts are NUL-terminated. */
+ * listed, naturally aligned, without packing. Texts end with NUL. Lengths and limits of texts are
+ * bytes, without the NUL: a Japanese character has two of them in Shift_JIS and in EUC-JP. */
 #ifndef OVRMAIL_MAIL_TYPES_H
 #define OVRMAIL_MAIL_TYPES_H
 
@@ -49,9 +50,9 @@ enum {
 
 /* Kinds of a list entry. */
 enum {
-    MAIL_KIND_RECIPIENT = 1,  /* recipient list: comma-separated addresses, 1 to 256 characters */
-    MAIL_KIND_BODY = 2,       /* part list, index 0: body text, up to 10,238 characters, or null */
-    MAIL_KIND_ATTACHMENT = 3, /* part list: path of a file to attach, 1 to 1,024 characters */
+    MAIL_KIND_RECIPIENT = 1,  /* recipient list: addresses separated by commas, 1 to 256 bytes */
+    MAIL_KIND_BODY = 2,       /* part list, index 0: body text, up to 10,238 bytes, or null */
+    MAIL_KIND_ATTACHMENT = 3, /* part list: path of a regular file to attach, 1 to 1,024 bytes */
     MAIL_KIND_ATTACHMENT_TEMP = 4, /* the same; the file is deleted after a successful send */
     MAIL_KIND_PREPARED = 5,        /* part list, index 1: path of a prepared S/MIME content file */
     MAIL_KIND_PREPARED_HEADER = 6  /* part list, index 2 after kind 5: path of a prepared header */
@@ -63,7 +64,11 @@ enum {
     MAIL_AUTH_SMTP = 2             /* value: MailAuthAccount */
 };
 
-/* Mechanisms of SMTP AUTH, a bit set. Tried in the order CRAM-MD5, PLAIN, LOGIN. */
+/* Mechanisms of SMTP AUTH that may be used, a bit set. Those that the server offers are tried in
+ * the order CRAM-MD5, PLAIN, LOGIN until one succeeds. PLAIN and LOGIN send the password
+ * unencrypted. Only mask 4 (MAIL_MECH_CRAM_MD5 alone) keeps the password off the wire: with any
+ * other mask a server, or somebody in between, gets it in clear by leaving CRAM-MD5 out of the
+ * reply to EHLO, or by refusing it. */
 enum { MAIL_MECH_LOGIN = 1, MAIL_MECH_PLAIN = 2, MAIL_MECH_CRAM_MD5 = 4 };
 
 /* One entry of the recipient list, of the part list, or the authentication option. */
@@ -94,45 +99,65 @@ typedef struct MailTimeout {
 typedef struct MailPopAccount {
     uint32_t ulPort;     /* POP3 port; 0: the "pop3" service, else 110 */
     int32_t lWaitMs;     /* milliseconds to wait after the POP session, 0 to 3,600,000 */
-    char szUser[65];     /* 1 to 64 characters */
-    char szPassword[65]; /* 0 to 64 characters */
-    char szHost[257];    /* name or dotted address, 1 to 256 characters */
+    char szUser[65];     /* 1 to 64 bytes */
+    char szPassword[65]; /* 0 to 64 bytes; sent unencrypted */
+    char szHost[257];    /* name or dotted IPv4 address, 1 to 256 bytes */
     uint16_t usTimeOut;  /* seconds for one reply line; outside 60 to 3,600: 60 */
 } MailPopAccount;
 
 /* Account of SMTP AUTH (MAIL_AUTH_SMTP). */
 typedef struct MailAuthAccount {
     uint32_t ulMechanisms; /* MAIL_MECH_ bits; at least one known bit */
-    char szUser[65];       /* 1 to 64 characters */
-    char szPassword[65];   /* 0 to 64 characters */
+    char szUser[65];       /* 1 to 64 bytes */
+    char szPassword[65];   /* 0 to 64 bytes */
 } MailAuthAccount;
 
 /* Result codes of OvRm_SendEMail and OvRm_SendEMailPartial_parts. 0 and above: the server has
- * the mail. The detail buffer is empty unless the line says otherwise. */
+ * accepted the mail for all recipients. Below 0 it has not, with two exceptions:
+ *   - After MAIL_E_TIMEOUT and MAIL_E_SYSTEM the server may have the mail, because the failure may
+ *     have come with the end mark (a line with a lone dot) or after it. The mail log tells: a reply
+ *     that begins with 2 behind the end mark means that the server has the mail; no end mark means
+ *     that it has not. An end mark without a reply leaves it open, and the caller has to choose: a
+ *     repeat may deliver the mail twice, no repeat may lose it.
+ *   - Of a mail in pieces, some may have arrived before any failure. A repeat sends all of them
+ *     again under a new identifier.
+ *
+ * The detail buffer is untouched after MAIL_E_BUSY, and after MAIL_E_ARGUMENT for a null argument
+ * of the call. Otherwise it holds a text with a NUL, empty unless a line below says more:
+ *   - errno is a decimal number, 0 when the server closed the connection instead of replying.
+ *   - A reply is the last line of the server's reply as received, with its CR LF, cut to 255
+ *     bytes. It is raw: it may hold any control byte, also escape sequences for terminals.
+ *     Replace those before showing it; the mail log shows them as "?". */
 enum {
-    MAIL_SENT = 0,
-    MAIL_SENT_UNCONVERTED = 1,     /* sent, but the conversion of subject or body failed */
+    MAIL_SENT = 0,                 /* sent */
+    MAIL_SENT_UNCONVERTED = 1,     /* sent, but subject or body could not be converted from EUC-JP:
+                                    * a text that is not EUC-JP goes out as given; without a
+                                    * converter in the system both go out empty */
     MAIL_SENT_UNAUTHENTICATED = 2, /* sent, but the SMTP AUTH asked for did not take place; never
                                     * for a mail that went out in pieces */
-    MAIL_E_ARGUMENT = -1,
-    MAIL_E_MEMORY = -2,
+    MAIL_E_ARGUMENT = -1,          /* an argument is null or out of range; nothing was sent */
+    MAIL_E_MEMORY = -2,            /* no memory; nothing was sent */
     MAIL_E_WORK_FILE = -3,  /* a working file failed, or an attachment or prepared file could not
-                             * be read; detail: decimal errno */
-    MAIL_E_TIMEOUT = -4,    /* no answer within the time-out */
-    MAIL_E_RECIPIENT = -5,  /* recipient list not usable */
+                             * be read; detail: errno (22: not a regular file; 0: the path of the
+                             * working directory is too long) */
+    MAIL_E_TIMEOUT = -4,    /* no answer within the time-out; the server may have the mail */
+    MAIL_E_RECIPIENT = -5,  /* no recipient list, or it is empty, too long, or holds CR or LF */
     MAIL_E_REJECTED = -6,   /* the server refused a command; detail: its reply */
-    MAIL_E_SYSTEM = -7,     /* socket or system error in the conversation; detail: decimal errno */
-    MAIL_E_ATTACHMENT = -8, /* an attachment cannot be examined */
-    MAIL_E_BUSY = -9,       /* another send is running in this process; detail untouched */
-    MAIL_E_CONNECT = -10,   /* host name not resolved or connection failed; detail: decimal code */
-    MAIL_E_POP_REFUSED = -15, /* POP before SMTP: refused; detail: the reply, where there is one */
-    MAIL_E_POP_SYSTEM = -16,  /* POP before SMTP: send or receive failed; detail: decimal errno */
+    MAIL_E_SYSTEM = -7,     /* a socket or system call failed in the conversation, or the server
+                             * closed the connection; it may have the mail; detail: errno */
+    MAIL_E_ATTACHMENT = -8, /* an attachment does not exist or cannot be examined */
+    MAIL_E_BUSY = -9,       /* another send is running in this process */
+    MAIL_E_CONNECT = -10,   /* no connection; detail: errno, or the resolver's error (h_errno) when
+                             * the name was not resolved; empty when this host has no name */
+    MAIL_E_POP_REFUSED = -15, /* POP before SMTP: refused; detail: the reply */
+    MAIL_E_POP_SYSTEM = -16,  /* POP before SMTP: send or receive failed; detail: errno */
     MAIL_E_POP_TIMEOUT = -17, /* POP before SMTP: no reply line within the time-out */
-    MAIL_E_POP_CONNECT = -18, /* POP before SMTP: no connection; detail: decimal code */
+    MAIL_E_POP_CONNECT = -18, /* POP before SMTP: no connection; detail: errno, or the resolver's
+                               * error (h_errno) */
     MAIL_E_INTERNAL = -20,    /* any other internal failure */
     /* MAIL or RCPT refused, of the first piece in a split mail; detail: the server's reply */
-    MAIL_E_REJECTED_AUTH_FAILED = -25, /* after every mechanism failed */
-    MAIL_E_REJECTED_NO_AUTH = -26      /* without a mechanism in common */
+    MAIL_E_REJECTED_AUTH_FAILED = -25, /* after every mechanism in common had failed */
+    MAIL_E_REJECTED_NO_AUTH = -26      /* after there was no mechanism in common */
 };
 
 MAIL_END_DECLS

@@ -15,16 +15,20 @@ typedef struct MailMd5Context {
     unsigned char buffer[64]; /* input not yet hashed */
 } MailMd5Context;
 
-/* MD5Init - begin a digest. */
+/* MD5Init - begin a digest.
+ *   context  out: the state of the digest */
 MAIL_API void MD5Init(MailMd5Context* context) MAIL_NOEXCEPT;
 
-/* MD5Update - hash `length` more bytes. */
+/* MD5Update - hash more bytes.
+ *   context  in, out: the state of the digest
+ *   input    the bytes
+ *   length   their number */
 MAIL_API void MD5Update(MailMd5Context* context, const unsigned char* input,
                         uint32_t length) MAIL_NOEXCEPT;
 
 /* MD5Final - end the digest.
  *   digest   out: 16 bytes
- *   context  cleared to zero */
+ *   context  in: the state of the digest; out: cleared to zero */
 MAIL_API void MD5Final(unsigned char digest[16], MailMd5Context* context) MAIL_NOEXCEPT;
 
 MAIL_END_DECLS

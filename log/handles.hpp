@@ -18,4 +18,8 @@ struct CloseLog {
 };
 using LogPtr = std::unique_ptr<MailLogHandle, CloseLog>;
 
+// Writes the entries that the log of the running send has collected. Called before every wait for
+// the network: whoever reads the log while the library waits sees all of it.
+void flush_log() noexcept;
+
 }  // namespace ovrmail::log

@@ -1,9 +1,10 @@
-// mail_log.cpp - lines of the mail log: what was said to the servers, what they answered, what
-// failed. Written by every step of a send that talks to a server or meets a system error.
+// mail_log.cpp - lines of the mail log: commands, replies and failures. Every step of a send that
+// talks to a server or meets a system error writes here.
 //
-// A line goes out in one write behind what the file holds by then (the file is opened to append),
-// so that lines of processes or threads never mix; only one of more than 4 KiB takes several.
-// Failures of a write are not reported: a send does not fail for its log. Owns g_pLogHandle.
+// The log of a send collects its entries and writes them together before every wait for the
+// network; a log that a caller has opened writes each at once. A line is never divided between two
+// writes unless it is longer than 4 KiB, so that lines of several processes or threads never mix. A
+// failing write is not reported: a send does not fail because of its log. Owns g_pLogHandle.
 #include "mail_log.h"
 
 #include <sys/types.h>
@@ -20,6 +21,7 @@
 #include "common/unique_fd.hpp"
 #include "file_util.h"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "log/mail_log_handle.hpp"
 
 MailLogHandle* g_pLogHandle = nullptr;
@@ -29,57 +31,89 @@ namespace {
 
 constexpr std::int32_t kWritten = 0;
 constexpr std::int32_t kNotWritten = -1;
-constexpr std::array<const char*, 4> kLabels{nullptr, "S:", "R:", "-:"};
 constexpr std::array<const char*, 3> kExchanges{nullptr, "SMTP", "POP"};
 
-constexpr std::size_t kLineSize = 4096;      // a longer line goes out in several writes
-constexpr std::size_t kHeadSize = 2048;      // text in front of the caller's in an error entry
+constexpr std::size_t kHeadSize = 2048;      // text before the caller's text in an error entry
 constexpr std::size_t kErrorTextMax = 1024;  // characters of the caller's text in an error entry
 constexpr std::string_view kLineEnd = "\r\n";
 
-tm local_now() noexcept {
+// The local time, found anew in every second only. With the lock held.
+const tm& local_time(MailLogHandle& log) noexcept {
     const std::time_t now = ::time(nullptr);
-    tm local{};
-    ::localtime_r(&now, &local);
-    return local;
+    if (now != log.second) ::localtime_r(&now, &log.local);
+    log.second = now;
+    return log.local;
 }
 
-void put(const MailLogHandle& log, std::string_view text) noexcept {
-    (void)FileWrite(log.fd, text.data(), static_cast<std::uint32_t>(text.size()));
+void write_pending(MailLogHandle& log) noexcept {
+    if (log.used == 0) return;
+    (void)FileWrite(log.fd, log.pending.data(), static_cast<std::uint32_t>(log.used));
+    log.used = 0;
 }
 
-// A reply loses its control bytes: what a server sends neither forges entries nor steers the
-// terminal of whoever reads them.
-void copy_text(std::uint32_t level, std::string_view text, std::span<char> room) noexcept {
-    const auto shown = [level](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return level == kReceived && (byte < 0x20 || byte == 0x7F) ? '?' : c;
-    };
-    std::transform(text.begin(), text.end(), room.begin(), shown);
+// Makes room for a line, so that it leaves in one write if it can.
+void begin_line(MailLogHandle& log, std::size_t length) noexcept {
+    if (length > log.pending.size() - log.used) write_pending(log);
 }
 
-void write_entry(const MailLogHandle& log, std::uint32_t level, std::string_view text) noexcept {
-    std::array<char, kLineSize> line;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    const tm now = local_now();
-    const int prefix = common::format_into(line, "%02d:%02d:%02d %s ", now.tm_hour, now.tm_min,
-                                           now.tm_sec, kLabels[level]);
-    if (prefix < 0) return;
-    if (text.ends_with(kLineEnd)) text.remove_suffix(kLineEnd.size());
-    std::span<char> room = std::span<char>(line).subspan(static_cast<std::size_t>(prefix));
-    while (text.size() + kLineEnd.size() > room.size()) {
-        copy_text(level, text.substr(0, room.size()), room);
-        put(log, {line.data(), line.size()});
-        text.remove_prefix(room.size());
-        room = line;
+void end_line(MailLogHandle& log) noexcept {
+    if (!log.collects) write_pending(log);
+}
+
+bool is_control(char c) noexcept { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
+// Appends a part of a line. Control bytes of a reply become "?": a server can neither add entries
+// nor send control sequences to the reader's terminal.
+void append(MailLogHandle& log, std::string_view text, bool is_reply = false) noexcept {
+    while (!text.empty()) {
+        if (log.used == log.pending.size()) write_pending(log);
+        const std::span<char> room = std::span(log.pending).subspan(log.used);
+        const std::size_t size = text.copy(room.data(), room.size());
+        if (is_reply) std::ranges::replace_if(room.first(size), is_control, '?');
+        log.used += size;
+        text.remove_prefix(size);
     }
-    copy_text(level, text, room);
-    kLineEnd.copy(room.data() + text.size(), kLineEnd.size());
-    put(log, {line.data(), line.size() - room.size() + text.size() + kLineEnd.size()});
+}
+
+// "08:03:24 S: "
+using Prefix = std::array<char, 12>;
+Prefix make_prefix(const tm& now, const char* label) noexcept {
+    const auto ten = [](int value) { return static_cast<char>('0' + value / 10); };
+    const auto one = [](int value) { return static_cast<char>('0' + value % 10); };
+    return {ten(now.tm_hour), one(now.tm_hour), ':', ten(now.tm_min), one(now.tm_min), ':',
+            ten(now.tm_sec),  one(now.tm_sec),  ' ', label[0],        label[1],        ' '};
+}
+
+void write_entry(MailLogHandle& log, std::uint32_t level, std::string_view text) noexcept {
+    const common::BriefGuard guard(log.lock);
+    if (text.ends_with(kLineEnd)) text.remove_suffix(kLineEnd.size());
+    const Prefix prefix = make_prefix(local_time(log), kLabels[level]);
+    begin_line(log, prefix.size() + text.size() + kLineEnd.size());
+    append(log, {prefix.data(), prefix.size()});
+    append(log, text, level == kReceived);
+    append(log, kLineEnd);
+    end_line(log);
+}
+
+// A banner: the local date and time, and what stands behind it.
+void write_banner(MailLogHandle& log, std::string_view rest) noexcept {
+    const common::BriefGuard guard(log.lock);
+    const tm& now = local_time(log);
+    std::array<char, 64> date{};
+    const int length =
+        common::format_into(date, "%04d/%02d/%02d %02d:%02d:%02d ", now.tm_year + 1900,
+                            now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
+    if (length < 0) return;
+    begin_line(log, static_cast<std::size_t>(length) + rest.size());
+    append(log, {date.data(), static_cast<std::size_t>(length)});
+    append(log, rest);
+    end_line(log);
 }
 
 // Writes `head`, which ends in a blank, and the caller's text behind it.
-// Kept: without a text the blank goes; with an empty one it stays.
-void write_error(const MailLogHandle& log, std::string_view head, const char* text) noexcept {
+// Kept: without a text the blank is left out, with an empty text it stays. Programs that parse the
+// logs rely on the exact lines.
+void write_error(MailLogHandle& log, std::string_view head, const char* text) noexcept {
     if (text == nullptr) return write_entry(log, kNote, head.substr(0, head.size() - 1));
     std::array<char, kHeadSize + kErrorTextMax> entry;  // NOLINT(*-pro-type-member-init)
     const std::size_t length = ::strnlen(text, kErrorTextMax);
@@ -90,14 +124,16 @@ void write_error(const MailLogHandle& log, std::string_view head, const char* te
 
 }  // namespace
 
-void write_opening_banner(const MailLogHandle& log) noexcept {
-    std::array<char, 128> line{};
-    const tm now = local_now();
-    const int length =
-        common::format_into(line, "%04d/%02d/%02d %02d:%02d:%02d [%d] Dovrin E-Mail\r\n",
-                            now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
-                            now.tm_min, now.tm_sec, static_cast<int>(::getpid()));
-    if (length > 0) put(log, {line.data(), static_cast<std::size_t>(length)});
+void write_opening_banner(MailLogHandle& log) noexcept {
+    std::array<char, 64> rest{};
+    (void)common::format_into(rest, "[%d] Dovrin E-Mail\r\n", static_cast<int>(::getpid()));
+    write_banner(log, common::bounded(rest));
+}
+
+void flush_log() noexcept {
+    if (g_pLogHandle == nullptr || !g_pLogHandle->collects) return;
+    const common::BriefGuard guard(g_pLogHandle->lock);
+    write_pending(*g_pLogHandle);
 }
 
 }  // namespace ovrmail::log
@@ -134,12 +170,8 @@ std::int32_t MailLogTimeOutWrite(MailLogHandle* log, std::int32_t timer, std::in
 std::int32_t MailLogClose(MailLogHandle* log) noexcept {
     [[maybe_unused]] const common::HeapPtr<MailLogHandle> owner(log);
     if (log == nullptr) return 0;
-    std::array<char, 64> line{};
-    const tm now = log::local_now();
-    const int length =
-        common::format_into(line, "%04d/%02d/%02d %02d:%02d:%02d END\r\n\r\n", now.tm_year + 1900,
-                            now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
-    if (length > 0) log::put(*log, {line.data(), static_cast<std::size_t>(length)});
+    log::write_banner(*log, "END\r\n\r\n");
+    log::write_pending(*log);
     (void)FileClose(log->fd);
     return 0;
 }

@@ -1,8 +1,9 @@
 // mail_log_rotate.cpp - MailLogOpen: the log file of this process, continued or begun anew.
 //
-// A file within 500 bytes of its limit is moved to generation 1 (name and a "1") at the next
-// opening, older generations one further. Rotation and pruning happen here only, so that the lines
-// of one call stay in one file.
+// Called by the send entry before the first step. A file within 500 bytes of its limit is renamed
+// to generation 1 (its name and a "1"), and each older generation to the next number. Rotation and
+// pruning happen only here, so that the lines of one call stay in one file. No state beyond the
+// handle that it returns.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -23,7 +24,8 @@
 namespace ovrmail::log {
 namespace {
 
-constexpr const char* kPrefix = common::paths::kMailLog;
+using common::paths::kMailLogPrefix;
+
 constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
 constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
 
@@ -55,7 +57,8 @@ Path generation(const MailLogHandle& log, std::uint32_t n) noexcept {
     return path;
 }
 
-// Moves every generation one up, the last one out, and the current file to generation 1.
+// Renames each generation to the next number, over the last one, and the current file to generation
+// 1.
 void rotate(const MailLogHandle& log) noexcept {
     if (common::bounded(log.path).size() >= kLongestRotated) {
         (void)FileDelete(log.path.data());
@@ -71,22 +74,23 @@ void rotate(const MailLogHandle& log) noexcept {
 
 bool open_file(MailLogHandle& log) noexcept {
     const DirectoryName directory = log_directory();
-    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kPrefix,
+    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kMailLogPrefix,
                               static_cast<int>(::getpid()));
     auto keep = static_cast<std::int32_t>(log.number);
-    const std::int32_t size = FileSize_Name(log.path.data());
-    const std::int32_t limit = static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin;
-    if (size >= 0 && size < limit) {
-        ++keep;  // the continued file is among those that stay
-    } else if (size >= 0) {
-        rotate(log);
-    }
-    (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
-    // Appending even when it is new: a second writer of the same name then loses no line.
+    const off64_t limit = off64_t{log.size_kb} * 1024 - kMargin;
     struct stat64 status {};
+    if (::fstatat64(AT_FDCWD, log.path.data(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (!is_own(status)) return false;  // not renamed either
+        if (status.st_size < limit)
+            ++keep;  // the continued file is one of those that are kept
+        else
+            rotate(log);
+    }
+    (void)DeleteOldFiles_DIR(directory.text.data(), kMailLogPrefix, "log", keep, 1);
+    // A new file is opened to append too: a second writer of the same name then loses no line.
     common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);
     if (!fd.valid() || !is_own_file(fd.get(), status)) return false;
-    // A full file that could not be moved away is emptied.
+    // A full file that could not be renamed is emptied.
     if (status.st_size >= limit && ::ftruncate64(fd.get(), 0) != 0) return false;
     log.fd = fd.release();
     return true;
@@ -94,13 +98,14 @@ bool open_file(MailLogHandle& log) noexcept {
 
 }  // namespace
 
-LogPtr open_mail_log(const Settings& settings) noexcept {
+LogPtr open_mail_log(const Settings& settings, bool collects) noexcept {
     common::HeapPtr<MailLogHandle> log(
         static_cast<MailLogHandle*>(std::calloc(1, sizeof(MailLogHandle))));
     if (log == nullptr) return nullptr;
     log->size_kb = read_setting(settings, kSize);
     log->number = read_setting(settings, kNumber);
     if (log->number == 0 || !open_file(*log)) return nullptr;
+    log->collects = collects;
     write_opening_banner(*log);
     return LogPtr(log.release());
 }
@@ -108,5 +113,5 @@ LogPtr open_mail_log(const Settings& settings) noexcept {
 }  // namespace ovrmail::log
 
 MailLogHandle* MailLogOpen(std::uint32_t /*unused*/) noexcept {
-    return ovrmail::log::open_mail_log(ovrmail::log::Settings()).release();
+    return ovrmail::log::open_mail_log(ovrmail::log::Settings(), false).release();
 }

@@ -1,7 +1,7 @@
-// prune.cpp - bounds the number of files in the trace and log directories.
+// prune.cpp - limits the number of files in the trace and log directories.
 //
-// Called before a new ring or log is opened. One pass over the directory; the status of the files
-// is taken only when there are enough of them for one to go.
+// A send calls it before it opens its ring and its log. The files are counted; only when there are
+// more of them than may stay are they listed, with the status of each. No state.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,13 +30,13 @@ struct CloseDirectory {
 };
 using DirectoryPtr = std::unique_ptr<DIR, CloseDirectory>;
 
-// A file and when it was written; its name lies in the list's text area, in directory order.
+// A file and its time of writing. Its name is in the list's text area, in directory order.
 struct Candidate {
     std::size_t name;
     timespec written;
 };
 
-// Newest first; files of the same time stay in the order of the directory.
+// Newest first; files of the same time in directory order.
 bool is_newer(const Candidate& a, const Candidate& b) noexcept {
     if (a.written.tv_sec != b.written.tv_sec) return a.written.tv_sec > b.written.tv_sec;
     if (a.written.tv_nsec != b.written.tv_nsec) return a.written.tv_nsec > b.written.tv_nsec;
@@ -77,21 +77,25 @@ class OldFiles {
 public:
     explicit OldFiles(DIR* stream) noexcept : stream_(stream) {}
 
+    // How many names begin with `prefix`.
+    [[nodiscard]] std::size_t count(std::string_view prefix) noexcept {
+        std::size_t count = 0;
+        visit(prefix, [&count](const dirent64&) { return ++count != 0; });
+        return count;
+    }
+
+    // Makes a list of them, from the start of the directory. False when memory runs out.
     [[nodiscard]] bool collect(std::string_view prefix) noexcept {
-        while (const dirent64* const found = ::readdir64(stream_)) {
-            const std::size_t length = std::strlen(found->d_name);
-            if (found->d_ino == 0 || !std::string_view(found->d_name, length).starts_with(prefix))
-                continue;
+        ::rewinddir(stream_);
+        return visit(prefix, [this](const dirent64& found) {
             const Candidate file{names_.size(), {}};
-            if (!files_.append({&file, 1}) || !names_.append({found->d_name, length + 1}))
-                return false;
-        }
-        return true;
+            const std::string_view name(found.d_name);
+            return files_.append({&file, 1}) && names_.append({found.d_name, name.size() + 1});
+        });
     }
 
     // Deletes all but the newest `keep`.
     void delete_beyond(std::size_t keep) noexcept {
-        if (files_.size() <= keep) return;
         drop_others();
         const auto files = files_.items();
         std::sort(files.begin(), files.end(), is_newer);
@@ -100,11 +104,21 @@ public:
     }
 
 private:
+    // Calls take(entry) for each name that begins with `prefix`. False as soon as that is.
+    template <class Take>
+    bool visit(std::string_view prefix, Take take) noexcept {
+        while (const dirent64* const found = ::readdir64(stream_)) {
+            const bool matches = std::string_view(found->d_name).starts_with(prefix);
+            if (found->d_ino != 0 && matches && !take(*found)) return false;
+        }
+        return true;
+    }
+
     [[nodiscard]] const char* name_of(const Candidate& file) noexcept {
         return names_.items().data() + file.name;
     }
 
-    // Takes the times; what cannot be examined or is no regular file does not count.
+    // Reads the times. A file that cannot be examined, or is not a regular file, is left alone.
     void drop_others() noexcept {
         const auto files = files_.items();
         const auto gone = std::remove_if(files.begin(), files.end(), [&](Candidate& file) {
@@ -137,8 +151,10 @@ std::int32_t DeleteOldFiles_DIR(const char* directory, const char* prefix,
         const bool exists = FileStat(directory, &status) == 0 && S_ISDIR(status.st_mode);
         return exists ? log::kNotOpened : log::kNoDirectory;
     }
+    const std::size_t keep = count > 1 ? static_cast<std::size_t>(count) - 1 : 0;
     log::OldFiles files(stream.get());
+    if (files.count(prefix) <= keep) return log::kDone;
     if (!files.collect(prefix)) return log::kNoMemory;
-    files.delete_beyond(count > 1 ? static_cast<std::size_t>(count) - 1 : 0);
+    files.delete_beyond(keep);
     return log::kDone;
 }

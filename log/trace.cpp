@@ -1,11 +1,11 @@
 // trace.cpp - opens and closes trace rings; see trace.h and trace_handle.hpp.
 //
 // Every public call opens a ring of its own at its start and closes it at its end. Opening copies
-// the ring through a temporary file beside it: that gives the file its full size on the disk. Where
-// the file system overwrites blocks in place, the ring is then mapped, as a write into the mapping
-// cannot meet a full disk, which would be a SIGBUS in the host. A file system that may copy a block
-// on writing needs room for it again and again: there records go out by pwrite(), see
-// trace_ring.cpp. Owns g_trace (ring of the send in progress) and g_cs (serialises record writing).
+// a ring that lacks blocks on the disk to a temporary file and back, which gives it all of them.
+// Where the file system overwrites blocks in place, the ring is then mapped: a write into the
+// mapping cannot meet a full disk, which would raise SIGBUS in the host process. Other file systems
+// may need a new block for any write; there records are written with pwritev(), see trace_ring.cpp.
+// Owns g_trace (ring of the running send) and g_cs (serialises record writing).
 #include "trace.h"
 
 #include <fcntl.h>
@@ -47,8 +47,9 @@ constexpr std::size_t kCopyBlock = std::size_t{32} * 1024;
 
 struct RingFile {
     UniqueFd fd;
-    bool is_new = false;  // its offset counts for nothing; bytes that are there stay
+    bool is_new = false;  // its offset is not used; its bytes stay
     std::uint64_t length = 0;
+    bool is_laid_down = false;  // no part of it lacks its blocks on the disk
 };
 
 bool open_ring_file(const char* path, RingFile& file) noexcept {
@@ -61,12 +62,14 @@ bool open_ring_file(const char* path, RingFile& file) noexcept {
     if (!file.fd.valid() || !is_own_file(file.fd.get(), status)) return false;
     file.length = static_cast<std::uint64_t>(status.st_size);
     file.is_new = file.is_new || file.length < kRingStart;
+    constexpr std::uint64_t kStatusBlock = 512;  // the unit of st_blocks (stat(2))
+    file.is_laid_down = static_cast<std::uint64_t>(status.st_blocks) * kStatusBlock >= file.length;
     if ((status.st_mode & 07777) != kFileMode) (void)::fchmod(file.fd.get(), kFileMode);
     return true;
 }
 
-// Whether a block of the file that has been written once can be written again without a new block.
-// Others may share the blocks of a file with its copies (XFS, btrfs), or hide such a one
+// Whether a block of the file, once written, can be overwritten without a new block. Other file
+// systems may share blocks between copies of a file (XFS, btrfs), or lie above one that does
 // (overlayfs).
 bool is_overwritten_in_place(int fd) noexcept {
     struct statfs64 system {};
@@ -76,12 +79,13 @@ bool is_overwritten_in_place(int fd) noexcept {
 }
 
 // The next multiple of 8 KiB strictly above the request.
-// Kept: a request that is a multiple already grows as well; readers of old rings rely on it.
+// Kept: a request that is a multiple already grows by 8 KiB too. Readers of existing rings rely on
+// these sizes.
 constexpr std::uint64_t rounded_ring_bytes(std::uint32_t size_kb) noexcept {
     return (std::uint64_t{size_kb} * 1024 / kRingUnit + 1) * kRingUnit;
 }
 
-// A named file beside the ring, gone at the latest with this object.
+// A named file beside the ring, deleted at the latest with this object.
 class TemporaryFile {
 public:
     TemporaryFile() noexcept = default;
@@ -122,7 +126,7 @@ private:
     std::array<char, PATH_MAX + 16> name_{};
 };
 
-// Reads the block at `offset` of a file of `length` bytes; what the file lacks becomes zero.
+// Reads the block at `offset` of a file of `length` bytes; bytes behind its end become zero.
 bool load_block(int fd, std::size_t offset, std::uint64_t length, std::span<char> block) noexcept {
     const std::uint64_t left = offset < length ? length - offset : 0;
     const std::size_t there = left < block.size() ? static_cast<std::size_t>(left) : block.size();
@@ -167,12 +171,28 @@ bool settle_ring(const RingFile& file, std::size_t bytes, const char* path) noex
     return temporary.remove();
 }
 
-// False when the header can neither be used nor written.
-bool settle_offset(const RingFile& file, std::size_t bytes) noexcept {
+// Whether the ring goes on where its file says, or begins anew.
+bool goes_on(const RingFile& file, std::uint32_t offset, std::size_t bytes) noexcept {
+    return !file.is_new && file.length <= bytes && is_ring_offset(offset, bytes);
+}
+
+bool map_ring(TraceHandle& trace, const RingFile& file, std::size_t bytes) noexcept {
+    void* const mapping =
+        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
+    if (mapping == MAP_FAILED) return false;
+    trace.mapping = static_cast<unsigned char*>(mapping);
+    std::uint32_t offset = 0;
+    std::memcpy(&offset, trace.mapping, sizeof offset);
+    if (!goes_on(file, offset, bytes)) std::memcpy(trace.mapping, &kRingStart, sizeof kRingStart);
+    return true;
+}
+
+// False when the header can neither be read nor be written.
+bool settle_header(const RingFile& file, std::size_t bytes) noexcept {
     std::uint32_t offset = 0;
     const std::span<char> word(reinterpret_cast<char*>(&offset), sizeof offset);
     if (!load_block(file.fd.get(), 0, bytes, word)) return false;
-    if (!file.is_new && file.length <= bytes && is_ring_offset(offset, bytes)) return true;
+    if (goes_on(file, offset, bytes)) return true;
     offset = kRingStart;
     return store_block(file.fd.get(), 0, word);
 }
@@ -186,13 +206,13 @@ bool attach_file(TraceHandle& trace, const char* path, std::uint32_t size_kb) no
     }
     const auto bytes = static_cast<std::size_t>(wanted);
     RingFile file;
-    if (!open_ring_file(path, file) || !settle_ring(file, bytes, path)) return false;
-    if (!settle_offset(file, bytes)) return false;
+    if (!open_ring_file(path, file)) return false;
+    const bool is_settled = file.length >= bytes && file.is_laid_down;
+    if (!is_settled && !settle_ring(file, bytes, path)) return false;
     if (is_overwritten_in_place(file.fd.get())) {
-        void* const mapping =
-            ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd.get(), 0);
-        if (mapping == MAP_FAILED) return false;
-        trace.mapping = static_cast<unsigned char*>(mapping);
+        if (!map_ring(trace, file, bytes)) return false;
+    } else if (!settle_header(file, bytes)) {
+        return false;
     }
     trace.size_kb = static_cast<std::uint32_t>(bytes / 1024);
     trace.fd = file.fd.release();
@@ -209,12 +229,10 @@ TraceHandle* Topen(const char* path, std::uint32_t size_kb, std::uint32_t level)
         static_cast<TraceHandle*>(std::calloc(1, sizeof(TraceHandle))));
     if (trace == nullptr) return nullptr;
     ::pthread_mutex_init(&g_cs, nullptr);
-    ::pthread_mutex_init(&trace->lock, nullptr);
     trace->level = level;
     if (level == 0 || size_kb == 0) return trace.release();
     if (path == nullptr) errno = EFAULT;
     if (path == nullptr || !log::attach_file(*trace, path, size_kb)) {
-        ::pthread_mutex_destroy(&trace->lock);
         ::pthread_mutex_destroy(&g_cs);
         return nullptr;
     }
@@ -229,7 +247,6 @@ std::int32_t Tclose(TraceHandle* trace) noexcept {
         if (trace->mapping != nullptr) ended = ::munmap(trace->mapping, trace->ring_bytes()) == 0;
         ended = FileClose(trace->fd) == 0 && ended;
     }
-    ::pthread_mutex_destroy(&trace->lock);
     ::pthread_mutex_destroy(&g_cs);
     return ended ? 0 : -1;
 }

@@ -1,4 +1,7 @@
 // trace_config.cpp - trace settings of a section of the configuration file, and ring file names.
+//
+// Every public call reads its settings, prunes and names its ring here before it opens the ring.
+// One setting out of range leaves all defaults of the caller. No state.
 #include <unistd.h>
 
 #include <algorithm>

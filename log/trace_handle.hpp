@@ -6,18 +6,19 @@
 // without padding or lengths, and may break at any byte where the ring ends.
 #pragma once
 
-#include <pthread.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+
+#include "common/brief_lock.hpp"
 
 struct TraceHandle {
     std::int32_t fd;         // 0 without a file; 0 may be a real descriptor too, so see has_file()
     unsigned char* mapping;  // the whole ring, shared; null where it is written with pwrite()
     std::uint32_t size_kb;   // KiB, after rounding; 0 without a file
     std::uint32_t level;     // highest level written; 0: none
-    pthread_mutex_t lock;    // g_cs begins and ends with any ring; this one with its own
+    // Beside g_cs, which begins and ends with any ring.
+    ovrmail::common::BriefLock lock;
 
     [[nodiscard]] bool has_file() const noexcept { return size_kb != 0; }
     [[nodiscard]] std::size_t ring_bytes() const noexcept { return std::size_t{size_kb} * 1024; }

@@ -1,11 +1,12 @@
 // trace_ring.cpp - Twrite: one record into the ring.
 //
-// Called at entry, exit and failures of nearly every function of a send, so it has to be cheap: a
-// mapped ring takes it without a system call. One that is not mapped (see trace.cpp) takes it with
-// three, and does without it when the disk is full. g_cs is held meanwhile.
+// Called at entry, exit and failures of nearly every function of a send, so it has to be fast: a
+// record in a mapped ring takes no system call. In a ring that is not mapped (see trace.cpp) it
+// takes three, and is lost when the disk is full. g_cs is held meanwhile. No state.
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "common/unique_fd.hpp"
+#include "log/trace_bulk.hpp"
 #include "log/trace_handle.hpp"
 #include "trace.h"
 
@@ -23,19 +25,20 @@ namespace {
 constexpr std::uint32_t kHighestLevel = 2;
 constexpr long kRelockNs = 20'000'000;
 
-// Holds g_cs and the ring. Topen sets g_cs up anew, also while other threads wait for it; such a
-// waiter is never woken, so nobody waits longer than a moment before trying again. After a Tclose
-// of another ring there is no g_cs to hold (EINVAL). The ring's own lock keeps records whole then.
+// Holds g_cs and the ring's lock. Topen initialises g_cs again, also while other threads wait for
+// it, and such a thread is never woken: each wait is therefore short and tried again. After a
+// Tclose of another ring g_cs cannot be locked (EINVAL); the ring's own lock then keeps records
+// whole.
 class RecordLock {
 public:
-    explicit RecordLock(pthread_mutex_t& ring) noexcept : ring_(ring) {
+    explicit RecordLock(common::BriefLock& ring) noexcept : ring_(ring) {
         int rc = ::pthread_mutex_trylock(&g_cs);
         while (rc == EBUSY || rc == ETIMEDOUT) rc = wait();
         held_ = rc == 0;
-        ::pthread_mutex_lock(&ring_);
+        ring_.lock();
     }
     ~RecordLock() {
-        ::pthread_mutex_unlock(&ring_);
+        ring_.unlock();
         if (held_) ::pthread_mutex_unlock(&g_cs);
     }
     RecordLock(const RecordLock&) = delete;
@@ -53,7 +56,7 @@ private:
         return ::pthread_mutex_timedlock(&g_cs, &until);
     }
 
-    pthread_mutex_t& ring_;
+    common::BriefLock& ring_;
     bool held_;
 };
 
@@ -99,8 +102,8 @@ private:
     unsigned char* bytes_;
 };
 
-// Pieces that lie one behind the other go out together. What fails, fails: the ring then keeps its
-// offset and with it the records that it has.
+// Adjacent pieces are written together. After a failure the offset is not written, so the ring
+// keeps the records that it has.
 class WrittenRing {
 public:
     explicit WrittenRing(const TraceHandle& trace) noexcept : fd_(trace.fd) {}
@@ -130,14 +133,14 @@ private:
     }
 
     int fd_;
-    std::array<iovec, 8> pieces_;  // of a record at most seven, one of them in two
+    std::array<iovec, 8> pieces_;  // a record has at most seven, one of them split in two
     std::size_t count_ = 0;
     std::size_t start_ = 0;
     std::size_t size_ = 0;
     bool whole_ = true;
 };
 
-// Lays a record down behind the last one. Pieces are at most half the ring long.
+// Puts a record behind the last one. Its pieces are at most half as long as the ring.
 template <class Ring>
 void put(Ring ring, std::size_t size, const Record& record) noexcept {
     const std::uint32_t stored = ring.load_offset();
@@ -149,7 +152,8 @@ void put(Ring ring, std::size_t size, const Record& record) noexcept {
             offset += n;
             return;
         }
-        // Kept: a piece that ends exactly at the end of the ring leaves the offset at 4.
+        // Kept: after a piece that ends exactly at the end of the ring the offset is 4. Readers of
+        // rings rely on it.
         const std::size_t first = size - offset;
         ring.lay(offset, piece, first);
         ring.lay(kRingStart, static_cast<const char*>(piece) + first, n - first);
@@ -158,7 +162,44 @@ void put(Ring ring, std::size_t size, const Record& record) noexcept {
     ring.store_offset(static_cast<std::uint32_t>(offset));
 }
 
+template <class Ring>
+void move_on(Ring ring, std::size_t size, std::uint64_t bytes) noexcept {
+    const std::uint32_t stored = ring.load_offset();
+    if (!is_ring_offset(stored, size)) return;
+    const std::uint64_t room = size - kRingStart;
+    const std::uint64_t place = (stored - kRingStart + bytes) % room;
+    ring.store_offset(static_cast<std::uint32_t>(kRingStart + place));
+}
+
+bool takes(const TraceHandle* trace, std::uint32_t level) noexcept {
+    return trace != nullptr && trace->level >= level && trace->level != 0 && trace->has_file();
+}
+
 }  // namespace
+
+std::size_t record_room(const TraceHandle* trace) noexcept {
+    return takes(trace, 0) ? trace->ring_bytes() - kRingStart : 0;
+}
+
+std::size_t record_size(const TraceHandle* trace, std::uint32_t level, std::string_view point,
+                        std::size_t data) noexcept {
+    if (!takes(trace, level)) return 0;
+    const std::size_t longest = trace->ring_bytes() / 2;
+    const std::size_t with_data = data != 0 ? kDataMarker.size() + std::min(data, longest) : 0;
+    return kStartMarker.size() + sizeof Record::time + sizeof kReserved + point.size() + with_data +
+           kEndMarker.size();
+}
+
+void pass_over(TraceHandle* trace, std::uint64_t bytes) noexcept {
+    if (!takes(trace, 0) || bytes == 0) return;
+    const common::ErrnoKeeper keep;
+    const RecordLock lock(trace->lock);
+    if (trace->mapping != nullptr)
+        move_on(MappedRing(*trace), trace->ring_bytes(), bytes);
+    else
+        move_on(WrittenRing(*trace), trace->ring_bytes(), bytes);
+}
+
 }  // namespace ovrmail::log
 
 using namespace ovrmail;
@@ -166,7 +207,7 @@ using namespace ovrmail;
 std::int32_t Twrite(TraceHandle* trace, std::uint32_t level, const char* point, const void* data,
                     std::uint32_t length) noexcept {
     if (trace == nullptr || level > log::kHighestLevel) return -1;
-    if (trace->level == 0 || trace->level < level || !trace->has_file()) return 0;
+    if (!log::takes(trace, level)) return 0;
 
     const common::ErrnoKeeper keep;
     const std::size_t size = trace->ring_bytes();

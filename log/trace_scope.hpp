@@ -1,7 +1,7 @@
 // trace_scope.hpp - frames a function in the trace: entry point at construction, and exactly one
 // end, leave() with the exit point or fail() with the failing point; finish() chooses. A function
-// without a result has a TraceFrame. Trace points are written as whole literals, so that a point
-// found in a ring is found in the source.
+// without a result uses a TraceFrame. Trace points are written as whole literals, so that a search
+// finds a point of a ring in the source.
 //
 // Levels: 0 failure, 1 entry and exit, 2 detail. A null handle writes nothing; errno is kept.
 #pragma once
@@ -18,7 +18,7 @@ inline constexpr std::uint32_t kLevelFailure = 0;
 inline constexpr std::uint32_t kLevelFrame = 1;
 inline constexpr std::uint32_t kLevelDetail = 2;
 
-// Detail outside a frame.
+// A detail outside a frame.
 inline void note(const char* point, std::string_view bytes, TraceHandle* trace = g_trace) noexcept {
     if (trace == nullptr) return;
     Twrite(trace, kLevelDetail, point, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
@@ -34,7 +34,7 @@ public:
     TraceScope& operator=(const TraceScope&) = delete;
     ~TraceScope() { assert(ended_ && "a return was not traced"); }
 
-    // Ends the frame: exit point with the result, which is handed back.
+    // Ends the frame: exit point with the result, which is returned.
     std::int32_t leave(std::int32_t result) noexcept {
         ended_ = true;
         write(kLevelFrame, exit_, &result, sizeof result);
@@ -53,7 +53,8 @@ public:
     // Ends the frame: failing point with the result, or with another word that tells more.
     std::int32_t fail(const char* point, std::int32_t result) noexcept {
         ended_ = true;
-        return mark(point, result), result;
+        mark(point, result);
+        return result;
     }
     std::int32_t fail(const char* point, std::int32_t result, std::uint32_t word) noexcept {
         ended_ = true;
@@ -72,7 +73,7 @@ public:
         write(kLevelFailure, point, &value, sizeof value);
     }
 
-    // Detail.
+    // A detail of the step.
     void note(const char* point) noexcept { write(kLevelDetail, point); }
     void note(const char* point, std::int32_t value) noexcept {
         write(kLevelDetail, point, &value, sizeof value);
@@ -92,7 +93,7 @@ private:
     bool ended_ = false;
 };
 
-// The frame of a function without a result: the exit point comes by itself.
+// The frame of a function without a result: the destructor writes the exit point.
 class TraceFrame : public TraceScope {
 public:
     using TraceScope::TraceScope;

@@ -1,7 +1,7 @@
 // auth_check.cpp - the authentication option of a request and the account of SMTP AUTH.
 //
-// Taken before anything is composed, so that bad input fails before any file or connection exists.
-// The record of POP before SMTP is checked by its own step. No state.
+// Called before anything is composed, so that bad input fails before any file or connection exists.
+// pop_before_smtp.cpp checks its own record. No state.
 #include "common/text.hpp"
 #include "log/trace_scope.hpp"
 #include "mailapi/steps.hpp"

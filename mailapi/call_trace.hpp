@@ -1,4 +1,4 @@
-// call_trace.hpp - the trace ring of one public call, opened as "trc_conf" says.
+// call_trace.hpp - the trace ring of one public call, opened with the settings of "trc_conf".
 #pragma once
 
 #include <array>
@@ -9,8 +9,8 @@
 
 namespace ovrmail::mailapi {
 
-// Prunes the rings of `name` and opens a new one with the settings of `section`, 5 KiB and five
-// files where it is silent. Null when that fails: the call then goes untraced.
+// Prunes the rings of `name` and opens a new one with the settings of `section` (default: 5 KiB,
+// five files). Null when that fails: the call is then not traced.
 inline log::TracePtr open_call_trace(const log::Settings& settings, const char* section,
                                      const char* name, std::int32_t default_level) noexcept {
     std::int32_t size_kb = 5;

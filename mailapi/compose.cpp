@@ -1,12 +1,14 @@
 // compose.cpp - the whole message in one working file: header and text, then each attachment; for
 // a split mail the number of its pieces and their common identifier.
 //
-// Runs before the connection is made, so that the number is known for the header of every piece.
+// Runs before the connection is made, so that the number is known for the header of every piece. No
+// state beyond the SendJob.
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 
+#include "common/paths.hpp"
 #include "file_util.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
@@ -37,7 +39,7 @@ std::int32_t write_failed(SendJob& job, const char* point) noexcept {
 }  // namespace
 
 std::int32_t open_composed(SendJob& job) noexcept {
-    if (!job.composed.name(job.args.work_dir, "EST", job.pid)) {
+    if (!job.composed.name(job.args.work_dir, common::paths::kComposedFilePrefix, job.pid)) {
         detail_number(job.detail(), 0);
         return fail_at("EMAILAPI0086", MAIL_E_WORK_FILE);
     }
@@ -71,7 +73,7 @@ std::int32_t finish_composed(SendJob& job) noexcept {
 }
 
 std::int32_t count_pieces(SendJob& job) noexcept {
-    if (!job.partial) return 0;  // streaming rewinds for itself
+    if (!job.partial) return 0;  // streaming seeks to the start itself
     if (FileSeek(job.composed.fd(), 0, SEEK_SET) < 0) {
         job.file_err = static_cast<std::uint32_t>(GetErrorCode());
         return composition_failed(job, "EMAILAPI0096", mime::kReadFailed);

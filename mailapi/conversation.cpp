@@ -1,8 +1,8 @@
 // conversation.cpp - from the connection to QUIT (RFC 5321), for a composed message sent whole or
 // in pieces and for a prepared one.
 //
-// Last step of a send. Owns the connection, and the rules that say which failure leaves what in the
-// detail buffer.
+// Last step of a send. A Conversation owns the connection; no other state. The table of calls says
+// which failure leaves what in the detail buffer.
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -28,7 +28,7 @@ struct Call {
     bool system_number = false;     // MAIL_E_SYSTEM: the error word
     bool work_file_number = false;  // MAIL_E_WORK_FILE: the error word
     bool any_number = false;        // whatever the result: the error word
-    bool is_mail = false;           // MAIL_E_REJECTED depends on what became of authentication
+    bool is_mail = false;           // MAIL_E_REJECTED depends on the authentication status
 };
 constexpr Call kConnect{.point = "EMAILAPI0110", .any_number = true};
 constexpr Call kInitialize{.point = "EMAILAPI0120", .rejected_reply = true, .system_number = true};
@@ -44,12 +44,12 @@ constexpr Call kQuit{.point = "EMAILAPI01A0", .system_number = true};
 
 // The call that ended a conversation early.
 struct Failure {
-    const Call* call = nullptr;  // null: none did
+    const Call* call = nullptr;  // null: no call failed
     std::int32_t code = 0;
     std::uint32_t err = 0;
 };
 
-// One conversation. What it holds open, and the composed file, end with it, however it ends.
+// One conversation. Its end always closes the connection and deletes the composed file.
 class Conversation {
 public:
     explicit Conversation(SendJob& job) noexcept : job_(job) {}
@@ -69,7 +69,7 @@ public:
     }
 
 private:
-    // Whether a call went well. One that did not is the end, and is noted with all it was about.
+    // Whether a call succeeded. A failure ends the conversation and is traced with its arguments.
     bool passed(const Call& call, std::int32_t code) noexcept {
         if (code >= 0) return true;
         failure_ = {&call, code, err_};
@@ -119,7 +119,8 @@ private:
 
     bool send_piece() noexcept {
         if (!name_addresses()) return false;
-        // Kept: the status counts for the first piece only, and not for the result of a split mail.
+        // Kept: the status decides how refused addresses of the first piece are reported, but not
+        // the result of a split mail. Existing callers rely on these results.
         job_.auth_status = smtp::kOk;
         std::int32_t length = 0;
         if (!start_data() || !read_piece(length) ||
@@ -129,13 +130,14 @@ private:
                                           job_.piece_count, job_.message_id.data(), &err_)) ||
             !end_data())
             return false;
-        // Kept: RSET follows every piece, the last one too, and its reply decides nothing.
+        // Kept: RSET follows every piece, also the last, and its reply is ignored. Existing sites
+        // rely on this documented dialogue.
         static_cast<void>(SMTP_RSET(sock_.get(), &err_));
         return true;
     }
 
-    // Somebody who has shortened the composed file since it was finished has made another mail of
-    // it, which gets no end mark.
+    // When the composed file has become shorter since it was finished, the mail is incomplete and
+    // gets no end mark.
     bool read_piece(std::int32_t& length) noexcept {
         length = SMTP_getSendData(job_.composed.fd(), piece_.get(), job_.split.lSplitSize,
                                   job_.boundary.data(), &err_);
@@ -159,7 +161,7 @@ private:
     Failure failure_;
 };
 
-// A refused sender or recipient is told apart when authentication was asked for in vain.
+// A refused sender or recipient has other results when the requested authentication failed.
 std::int32_t refusal(const Call& call, std::int32_t auth_status) noexcept {
     if (call.is_mail && auth_status == smtp::kAuthRefused) return MAIL_E_REJECTED_AUTH_FAILED;
     if (call.is_mail && auth_status == smtp::kNoMechanism) return MAIL_E_REJECTED_NO_AUTH;

@@ -1,7 +1,7 @@
-// mail_options.cpp - the options file of the site.
+// mail_options.cpp - reads the options file of the site, rmmail.ini.
 //
-// Read at the start of every send. Writes Content_D_flg, the form of an attachment's
-// Content-Disposition; a missing file leaves the usual form.
+// Called at the start of every send, after the checks. No state of its own: writes Content_D_flg,
+// the form of an attachment's Content-Disposition; a missing file means the usual form.
 #include "common/paths.hpp"
 #include "log/trace_scope.hpp"
 #include "mailapi/steps.hpp"

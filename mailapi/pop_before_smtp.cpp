@@ -1,7 +1,8 @@
 // pop_before_smtp.cpp - log in to a POP3 server and out again, for servers that take mail only
 // from hosts that have just read their mailbox.
 //
-// Runs while the authentication option is examined, long before the SMTP connection.
+// Called when the authentication option is checked, before anything is composed. No state; the
+// dialogue is in pop3/ (RFC 1939).
 #include <sys/select.h>
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include "common/retry.hpp"
 #include "common/text.hpp"
 #include "common/unique_fd.hpp"
+#include "log/handles.hpp"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "pop3.h"
@@ -21,8 +23,8 @@ namespace {
 
 constexpr std::uint32_t kTimeOutDefault = 60;
 
-// A text of `least` characters up to its field's size less the NUL, on one line: with a line break
-// a name or password would write POP3 commands of its own.
+// At least `least` characters and a NUL in the field, on one line: a line break in a name or
+// password would add POP3 commands.
 bool is_valid_field(std::span<const char> field, std::size_t least) noexcept {
     const std::string_view text = common::bounded(field);
     return text.size() >= least && text.size() < field.size() &&
@@ -35,7 +37,7 @@ bool is_valid(const MailPopAccount& account) noexcept {
            account.lWaitMs <= MAIL_POP_WAIT_MAX;
 }
 
-// A refusal leaves the server's reply, which the POP3 layer put into the detail buffer.
+// After a refusal the detail buffer keeps the server's reply, which pop3/ has put there.
 std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
                          std::uint32_t err) noexcept {
     if (code == pop3::kTimeOut) return MAIL_E_POP_TIMEOUT;
@@ -44,16 +46,17 @@ std::int32_t map_failure(std::int32_t code, std::span<char, kDetailSize> detail,
     return MAIL_E_POP_SYSTEM;
 }
 
-// An interrupted select leaves in `rest` what is still to be waited for.
+// An interrupted select() leaves the remaining time in `rest`.
 void wait_ms(std::int32_t ms) noexcept {
     if (ms == 0) return;
+    log::flush_log();
     constexpr long kUsPerMs = 1000;
     timeval rest{ms / 1000, ms % 1000 * kUsPerMs};
     common::retry_eintr(common::kNoLimit,
                         [&] { return ::select(0, nullptr, nullptr, nullptr, &rest); });
 }
 
-// The POP3 session; the connection ends with it.
+// The POP3 session with its own connection.
 std::int32_t run_session(const MailPopAccount& account, std::span<char, kDetailSize> detail,
                          log::TraceScope& trace) noexcept {
     std::uint32_t err = 0;

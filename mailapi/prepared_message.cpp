@@ -1,8 +1,8 @@
-// prepared_message.cpp - a message whose S/MIME content the caller has built as files: headers go
-// in front, the rest is sent as stored.
+// prepared_message.cpp - a message whose S/MIME content the caller has built as files: the header
+// is put in front, the rest is sent as stored.
 //
-// Takes the place of staging and composition; the conversation is that of any other mail. The
-// caller's files are never deleted.
+// Replaces staging and composition; the conversation is that of any other mail. The caller's files
+// are never deleted. No state beyond the SendJob.
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "mime.h"
@@ -39,7 +39,8 @@ std::int32_t compose_prepared(SendJob& job) noexcept {
 
 std::int32_t send_prepared(SendJob& job) noexcept {
     log::TraceScope trace("EMLSMIME0000", "EMLSMIMEFFFF");
-    // Kept: a failed conversion of the subject is not reported on this road.
+    // Kept: a failed conversion of the subject is not reported for a prepared message. Existing
+    // callers rely on the result 0.
     job.unconverted = false;
     job.partial = false;
     std::int32_t rc = compose_prepared(job);

@@ -1,7 +1,8 @@
-// request_check.cpp - every argument, in a fixed order, before any file or connection exists.
+// request_check.cpp - checks every argument, in a fixed order, before any file or connection
+// exists.
 //
-// First step of a send. The first failing check decides the result; it is traced with a point of
-// its own. Ends by installing the time-outs and by noting the subject in the mail log.
+// First step of a send. The first failing check decides the result and has its own trace point.
+// Installs the time-outs and writes the subject to the mail log. No state beyond the SendJob.
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -34,7 +35,7 @@ bool has_length(const char* text, std::size_t max) noexcept {
     return length >= 1 && length <= max;
 }
 
-// An address with a line break would write commands and headers of its own.
+// A line break in an address would add commands and headers.
 bool has_line_break(const char* text) noexcept { return std::strpbrk(text, "\r\n") != nullptr; }
 
 std::int32_t check_pointers(const SendArguments& args) noexcept {
@@ -49,7 +50,8 @@ std::int32_t check_pointers(const SendArguments& args) noexcept {
 
 std::int32_t check_recipient(SendJob& job) noexcept {
     const SendArguments& args = job.args;
-    // Kept: a count above 1 is accepted and the first entry alone is sent to.
+    // Kept: a count above 1 is accepted, but only the first entry is used. Callers rely on this
+    // documented behaviour.
     if (static_cast<std::int32_t>(args.recipient_count) <= 0) {
         return fail_at("EMAILAPI0020", MAIL_E_RECIPIENT, args.recipient_count);
     }
@@ -146,7 +148,7 @@ std::int32_t install_time_outs(const MailTimeout* given) noexcept {
 std::int32_t check_text(SendJob& job) noexcept {
     const std::string_view subject(job.args.subject, ::strnlen(job.args.subject, kSubjectSize));
     if (subject.size() >= kSubjectSize) return fail_at("EMAILAPI0070", MAIL_E_ARGUMENT);
-    // A line break in the subject would forge a header, or a line of the log.
+    // A line break in the subject would add a header, or a line of the log.
     const auto is_break = [](char c) { return c == '\r' || c == '\n'; };
     std::replace_copy_if(subject.begin(), subject.end(), job.subject.begin(), is_break, ' ');
     MailLogWrite(g_pLogHandle, log::kNote, job.subject.data());

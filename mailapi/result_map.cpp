@@ -1,5 +1,7 @@
-// result_map.cpp - layer codes to results; see result_map.hpp.
-// This table is all the driver knows of the codes below it.
+// result_map.cpp - turns codes of the layers below into results; see result_map.hpp.
+//
+// Called when staging, composition or the conversation fails. The table is all that the driver
+// knows of the codes below it. No state.
 #include "mailapi/result_map.hpp"
 
 #include "common/text.hpp"

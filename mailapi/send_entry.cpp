@@ -1,7 +1,7 @@
-// send_entry.cpp - OvRm_SendEMail: one send at a time, inside a trace ring and a mail log of its
-// own.
+// send_entry.cpp - OvRm_SendEMail: one send at a time, with its own trace ring and mail log.
 //
-// Owns the busy flag, and for the length of a call g_trace and g_pLogHandle.
+// The entry of a send: opens trace and log, and runs the driver. Owns g_busy, and during a call
+// g_trace and g_pLogHandle.
 #include <array>
 #include <atomic>
 
@@ -17,17 +17,17 @@
 namespace ovrmail::mailapi {
 namespace {
 
-// Of two threads that enter at the same moment one gets in, and sees all that the send before it
-// has left in the state they share.
+// Only one of two threads that enter at the same time goes on; it sees everything that the send
+// before it has written to the shared state.
 std::atomic<std::int32_t> g_busy = 0;
 
-// The trace and the mail log of one call, which may stay off, and the end of the busy flag.
+// The trace and the mail log of one call, either of which may be missing. Its end clears g_busy.
 class Call {
 public:
     Call() noexcept {
         g_trace = nullptr;
         g_pLogHandle = nullptr;
-        trace_ = open_call_trace(settings_, "ACERT", common::paths::kSendRing, 1);
+        trace_ = open_call_trace(settings_, "ACERT", common::paths::kSendRingPrefix, 1);
         g_trace = trace_.get();
     }
     ~Call() {
@@ -41,7 +41,7 @@ public:
     Call& operator=(const Call&) = delete;
 
     void open_log() noexcept {
-        log_ = log::open_mail_log(settings_);
+        log_ = log::open_mail_log(settings_, true);
         g_pLogHandle = log_.get();
     }
 
@@ -67,17 +67,7 @@ std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient
     std::array<char, mailapi::kPathSize> work_dir{};
     common::format_into(work_dir, common::paths::kWorkDirFormat, common::paths::kDataDir);
     call.open_log();
-    return trace.leave(mailapi::run({.recipients = recipients,
-                                     .recipient_count = recipient_count,
-                                     .parts = parts,
-                                     .part_count = part_count,
-                                     .sender = sender,
-                                     .subject = subject,
-                                     .server = server,
-                                     .partial_flag = partial_flag,
-                                     .split = split,
-                                     .time_out = time_out,
-                                     .auth = auth,
-                                     .detail = detail,
-                                     .work_dir = work_dir.data()}));
+    return trace.leave(OvRm_SendEMailPartial_parts(
+        0, recipients, recipient_count, parts, part_count, sender, subject, server, partial_flag,
+        split, time_out, auth, detail, work_dir.data()));
 }

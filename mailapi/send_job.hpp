@@ -1,5 +1,5 @@
-// send_job.hpp - the working state of one call and its owners. It lives on the stack of the call;
-// what it owns (files, buffers, the socket) ends with it.
+// send_job.hpp - the working state of one call and its owners. It is on the stack of the call; its
+// working files and buffers end with it.
 #pragma once
 
 #include <unistd.h>
@@ -41,7 +41,7 @@ struct SendJob {
     explicit SendJob(const SendArguments& arguments) noexcept : args(arguments) {}
 
     // The request, checked.
-    const SendArguments& args;
+    const SendArguments args;
     const char* recipients = nullptr;  // addresses, separated by commas
     std::span<const MailEntry> parts;
     MailSplitOption split{MAIL_SPLIT_DEFAULT, 0};
@@ -66,7 +66,7 @@ struct SendJob {
     std::int32_t piece_count = 0;
     std::array<char, 1029> message_id{};
 
-    // What became of the SMTP AUTH asked for: kOk, kNoMechanism or kAuthRefused of smtp/result.hpp.
+    // Result of the requested SMTP AUTH: kOk, kNoMechanism or kAuthRefused of smtp/result.hpp.
     std::int32_t auth_status = 0;
 
     [[nodiscard]] const char* body_text() const noexcept {
@@ -89,7 +89,7 @@ struct SendJob {
 // A step returns 0, or the negative result that ends the call.
 using Step = std::int32_t (*)(SendJob& job) noexcept;
 
-// Records a failing point with a word that tells more than the result; hands back the result.
+// Traces a failing point with a word that tells more than the result. Returns the result.
 inline std::int32_t fail_at(const char* point, std::int32_t result, std::uint32_t word) noexcept {
     Twrite(g_trace, log::kLevelFailure, point, &word, sizeof word);
     return result;

@@ -1,4 +1,7 @@
-// staging.cpp - the body in a working file with network line ends, and the decision to split.
+// staging.cpp - writes the body to a working file with CR LF line ends, and decides on splitting.
+//
+// Runs after the text is prepared and before composition. No state beyond the SendJob. Line ends:
+// RFC 5321 section 2.3.8.
 #include <sys/stat.h>
 
 #include <cstring>
@@ -6,6 +9,7 @@
 #include <string_view>
 
 #include "common/block_io.hpp"
+#include "common/paths.hpp"
 #include "file_util.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
@@ -33,7 +37,7 @@ bool write_crlf_lines(int fd, std::string_view text, std::uint32_t* err) noexcep
 
 std::int32_t write_body_file(SendJob& job) noexcept {
     log::TraceScope trace("MEMDATA0000", "MEMDATAFFFF");
-    if (!job.body_file.name(job.args.work_dir, "EMT", job.pid)) {
+    if (!job.body_file.name(job.args.work_dir, common::paths::kBodyFilePrefix, job.pid)) {
         return trace.fail("MEMDATA0010", MAIL_E_WORK_FILE);
     }
     if (!job.body_file.open()) {
@@ -47,7 +51,7 @@ std::int32_t write_body_file(SendJob& job) noexcept {
     return trace.leave(0);
 }
 
-// What base64 makes of a file, without line breaks: (size * 4 + 2) / 3 without the overflow.
+// The size of a file in base64, without line breaks: (size * 4 + 2) / 3 without overflow.
 std::uint64_t encoded_size(off64_t size) noexcept {
     const auto bytes = static_cast<std::uint64_t>(size);
     return bytes / 3 * 4 + (bytes % 3 * 4 + 2) / 3;
@@ -60,7 +64,7 @@ std::int64_t estimate_size_kb(SendJob& job) noexcept {
     if (job.body != nullptr) total += std::strlen(job.body.get());
     job.has_attachment = false;
     for (const MailEntry& part : job.attachments()) {
-        struct stat64 status {};  // of 64 bits everywhere, unlike that of FileStat
+        struct stat64 status {};  // 64 bits on every machine, unlike that of FileStat
         if (::stat64(static_cast<const char*>(part.value), &status) != 0) {
             return trace.fail("GETSIZE0010", MAIL_E_ATTACHMENT,
                               static_cast<std::uint32_t>(GetErrorCode()));
@@ -87,7 +91,7 @@ std::int32_t decide_split(SendJob& job) noexcept {
     const std::int64_t size_kb = estimate_size_kb(job);
     if (size_kb < 0) return fail_at("EMAILAPI0082", MAIL_E_ATTACHMENT);
     job.body.reset();
-    // What fits in one piece is sent whole.
+    // A mail that fits in one piece is sent whole.
     if (size_kb <= job.split.lSplitSize) job.partial = false;
     return 0;
 }

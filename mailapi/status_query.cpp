@@ -3,7 +3,7 @@
 // OvRm_GetStatusDovrin traces into a ring of its own ("agets") and may run beside a send;
 // OvRm_GetStatusDovrin2 does the work. The start type of the agent's installation record is
 // translated bit by bit; where the management product is involved, its record must be readable
-// and recent enough. What flags and bits stand for is the caller's business. No state.
+// and its version recent enough. Not a step of a send. No state.
 #include "common/error_word.hpp"
 #include "inst_info.h"
 #include "log/trace_scope.hpp"

@@ -1,13 +1,10 @@
-// steps.hpp - the steps of a send, in the order in which the driver takes them. Each returns 0 or
-// the negative result of the call; what went wrong is then traced and in the detail buffer.
+// steps.hpp - the steps of a send, in the order in which the driver calls them. Each returns 0 or
+// the negative result of the call; the failure is then traced, and its detail in the detail buffer.
 #pragma once
 
 #include "mailapi/send_job.hpp"
 
 namespace ovrmail::mailapi {
-
-// send_driver.cpp: all of them, for either entry. The result of the call.
-std::int32_t run(const SendArguments& args) noexcept;
 
 // request_check.cpp
 std::int32_t check_request(SendJob& job) noexcept;

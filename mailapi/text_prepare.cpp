@@ -1,8 +1,8 @@
 // text_prepare.cpp - subject and body in the code that composition expects, which is Shift_JIS.
 //
 // Runs after the checks and before staging. Text is converted only when the process locale is an
-// EUC locale; any other text passes unchanged. A failed conversion never stops a mail: it goes
-// out as it came and the call returns MAIL_SENT_UNCONVERTED.
+// EUC locale; any other text stays unchanged. A failed conversion never stops a mail: the text is
+// sent unconverted and the call returns MAIL_SENT_UNCONVERTED. No state beyond the SendJob.
 #include <algorithm>
 #include <clocale>
 #include <cstring>
@@ -35,7 +35,7 @@ std::size_t euc_length(char lead) noexcept {
     return byte == 0x8E || (byte >= 0xA1 && byte <= 0xFE) ? 2 : 1;
 }
 
-// Cuts the next line off the front of `text`: up to and with its CR LF (a lone LF ends no line),
+// Removes the next line from `text` and returns it: through its CR LF (a lone LF ends no line),
 // at most kLineMax bytes and never inside a character.
 std::string_view take_line(std::string_view& text) noexcept {
     const std::size_t end = text.find("\r\n");
@@ -55,7 +55,8 @@ std::string_view take_line(std::string_view& text) noexcept {
 std::int32_t euc_to_sjis(std::int32_t converter, std::string_view text,
                          std::span<char> out) noexcept {
     log::TraceScope trace("CHANGE0000", "CHANGEFFFF");
-    // Kept: without a converter the text goes out empty, never in the wrong code.
+    // Kept: without a converter the text is sent empty. Existing callers rely on
+    // MAIL_SENT_UNCONVERTED as the result, not on a failure.
     if (converter == kNoConverter) return trace.fail("CHANGE0010", -1);
     std::size_t produced = 0;
     for (std::string_view rest = text; !rest.empty();) {

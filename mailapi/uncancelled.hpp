@@ -1,5 +1,5 @@
-// uncancelled.hpp - puts off the cancellation of the calling thread: a send ends first, within its
-// budgets. A cancelled thread runs no destructors of this library.
+// uncancelled.hpp - delays the cancellation of the calling thread until the send has ended, because
+// a cancelled thread runs no destructors of this library.
 #pragma once
 
 #include <pthread.h>

@@ -1,5 +1,7 @@
-// work_file.cpp - working-file names and their owner; see work_file.hpp.
-// Process and thread id in the name keep concurrent senders in one directory apart.
+// work_file.cpp - names, creates and deletes working files; see work_file.hpp.
+//
+// Staging, composition and prepared messages use it. Process and thread id in the name keep
+// concurrent senders in one directory apart. No state beyond the WorkFile.
 #include "mailapi/work_file.hpp"
 
 #include <fcntl.h>
@@ -16,7 +18,7 @@ namespace ovrmail::mailapi {
 namespace {
 
 constexpr mode_t kFileMode = 0644;
-constexpr int kRounds = 16;  // others may use the name too: a container with the same process id
+constexpr int kRounds = 16;  // another container may use the same process id, and so the name
 
 }  // namespace
 
@@ -32,8 +34,8 @@ bool WorkFile::name(const char* dir, const char* prefix, pid_t pid) noexcept {
     return true;
 }
 
-// Exclusively, which follows no link either: opening what lies there would put the end of another
-// mail into this one, or this mail into somebody else's file.
+// O_EXCL creates a new file and follows no link: an existing file could add the end of another mail
+// to this one, or belong to another user.
 bool WorkFile::open() noexcept {
     constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_LARGEFILE;
     for (int round = 1;; ++round) {
@@ -47,7 +49,7 @@ bool WorkFile::open() noexcept {
 
 bool WorkFile::settle() noexcept {
     const int copy = ::fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0);
-    return copy < 0 || FileClose(copy) == 0;  // without a spare descriptor nothing can be asked
+    return copy < 0 || FileClose(copy) == 0;  // not checked without a spare descriptor
 }
 
 bool WorkFile::close() noexcept { return FileClose(fd_.release()) == 0; }

@@ -21,12 +21,12 @@ public:
 
     // Forms "<dir>/<prefix><pid>-<thread>". False when the name is longer than 1,024 characters.
     [[nodiscard]] bool name(const char* dir, const char* prefix, pid_t pid) noexcept;
-    // Makes the named file and opens it to read and write. It is always a new one: whatever lies
-    // under the name, left over or laid there by somebody else, is deleted first. False with errno.
+    // Creates the named file and opens it to read and write. It is always a new file: an existing
+    // one of that name is deleted first. False with errno.
     [[nodiscard]] bool open() noexcept;
 
-    // What has been written is safe. False with errno: some file systems (NFS, FUSE, quotas) report
-    // a full disk only when a file is closed. settle() asks without closing.
+    // Check that everything was written. False with errno: some file systems (NFS, FUSE, quotas)
+    // report a full disk only when a file is closed. settle() leaves the file open.
     [[nodiscard]] bool settle() noexcept;
     [[nodiscard]] bool close() noexcept;
     // Closes and deletes; errno is kept.

@@ -24,14 +24,15 @@ using common::kBase64LineBytes;
 using common::kBase64LineSize;
 using log::TraceScope;
 
-// Kept: a separator in first place does not count, so "/file" is its own name.
+// Kept: a separator in the first place does not count, so the name of "/file" is "/file". Callers
+// rely on these documented names.
 std::string_view attachment_name(std::string_view path) noexcept {
     const std::size_t separator = path.find_last_of("/:");
     if (separator == path.npos || separator == 0) return path;
     return common::skip(path, separator + 1);
 }
 
-// A line break in a file name would forge headers, or end the message: it becomes a blank.
+// A line break in a file name could add headers or end the message: it becomes a blank.
 bool put_name(BlockWriter& out, std::string_view name) noexcept {
     for (;;) {
         const std::size_t length = std::min(name.find_first_of("\r\n"), name.size());
@@ -46,7 +47,7 @@ bool put_quoted(BlockWriter& out, std::string_view start, std::string_view name)
     return out.put(start) && put_name(out, name) && out.put("\"\r\n");
 }
 
-// Kept: the second form, with the name alone, is what some mail readers were fitted to.
+// Kept: the form with the name alone. Sites choose it for mail readers that were adapted to it.
 bool put_disposition(TraceScope& trace, BlockWriter& out, std::string_view name) noexcept {
     if (Content_D_flg == 1) {
         trace.note("smtp0718", name);
@@ -105,11 +106,12 @@ std::int32_t append_file(int fd, const char* path, std::string_view boundary, bo
     return trace.leave(kOk);
 }
 
-// One read of a text line takes at most this.
+// The most that is taken of a text line at once.
 constexpr std::size_t kTargetPiece = 1027;
 
-// Kept: a longer line goes out in pieces, each with a CR LF of its own. A line ends at its LF,
-// its text at the first LF or zero byte: a CR before the LF stays.
+// Kept: a longer line is sent in pieces, each with its own CR LF. A line ends at its LF, its text
+// at the first LF or zero byte, so that a CR before the LF stays. Callers that prepare such files
+// rely on this documented form.
 bool put_target_line(BlockWriter& out, InputWindow& file) noexcept {
     const std::string_view piece = file.view().substr(0, kTargetPiece);
     const std::size_t end = piece.find('\n');

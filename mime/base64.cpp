@@ -1,4 +1,6 @@
-// base64.cpp - SMTP_toBase64: the encoder of composition over the common kernel (RFC 4648).
+// base64.cpp - SMTP_toBase64: the exported encoder (RFC 4648 section 4) over the common kernel.
+//
+// A send does not call it; it serves other callers of the library. No state.
 #include "common/base64.hpp"
 
 #include <cstdint>
@@ -11,7 +13,8 @@ std::int32_t SMTP_toBase64(char* src, char* dst, std::int32_t length) noexcept {
     std::size_t written = 0;
     if (src != nullptr && length >= 0) {
         const auto size = static_cast<std::size_t>(length);
-        // Kept: callers may count on the three zero bytes behind the source.
+        // Kept: three zero bytes are written behind the source. Existing callers provide room for
+        // them and may rely on them.
         std::memset(src + size, 0, 3);
         written =
             ovrmail::common::base64_encode({reinterpret_cast<const unsigned char*>(src), size},

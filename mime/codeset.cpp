@@ -1,8 +1,8 @@
 // codeset.cpp - Cnv_open, Cnv_close, Cnv_euctosjis, Cnv_sjistoeuc, Cnv_tocode and the tables of
 // Japanese locale names.
 //
-// Called before composing, for text in EUC-JP. Owns the open converters: a handle is a 32-bit
-// number, so it names a place in a table that holds the converter.
+// Called before staging, for text in EUC-JP. Owns g_converters, the open converters: a handle is a
+// 32-bit number, so it names a place in this table.
 #include "codeset.h"
 
 #include <iconv.h>
@@ -35,8 +35,8 @@ constexpr std::int32_t kNoHandle = -1;
 constexpr std::int32_t kRefused = -1;
 constexpr std::int32_t kStopped = -2;
 
-// Open converters; a handle is the index plus one. A place is taken and left by one atomic step,
-// so threads need no lock.
+// Open converters; a handle is the index plus one. One atomic operation takes or frees a place, so
+// threads need no lock.
 constexpr std::size_t kMaxOpen = 1024;
 std::array<std::atomic<iconv_t>, kMaxOpen> g_converters{};
 
@@ -78,7 +78,7 @@ char* append_hex(char* out, std::string_view bytes) noexcept {
     return out;
 }
 
-// `growth` bytes at most for each byte of input.
+// Writes at most `growth` bytes for each byte of input.
 std::int32_t convert(const Request& request, std::size_t growth) noexcept {
     std::atomic<iconv_t>* const place = place_of(request.handle);
     iconv_t converter = place != nullptr ? place->load() : nullptr;
@@ -88,7 +88,7 @@ std::int32_t convert(const Request& request, std::size_t growth) noexcept {
     const auto length = static_cast<std::size_t>(request.in_length);
     const auto room = static_cast<std::size_t>(std::max(request.out_size, 0));
     if (length > (SIZE_MAX - 1) / 3) return kRefused;
-    // Two characters for each byte of the hexadecimal form, too.
+    // The hexadecimal form needs two characters for each byte.
     const auto work = common::make_zeroed<char>(std::max<std::size_t>(growth, 2) * length + 1);
     if (!work) return kRefused;
 
@@ -97,8 +97,8 @@ std::int32_t convert(const Request& request, std::size_t growth) noexcept {
     char* out = work.get();
     std::size_t out_left = std::min(room, growth * length);
     const bool stopped = ::iconv(converter, &in, &in_left, &out, &out_left) == SIZE_MAX;
-    // After a stop only what the converter vouches for counts: it may have written half a character
-    // behind that and taken it back.
+    // After a stop only the bytes before `out` count: the converter may have written a part of a
+    // character behind it.
     std::size_t size = static_cast<std::size_t>(out - work.get());
     if (!stopped) size = ::strnlen(work.get(), size);
     if (size == 0 && stopped) {

@@ -1,7 +1,8 @@
 // fields.cpp - header fields that whole mails and pieces have in common; see fields.hpp. Date and
 // Message-Id are in identity.cpp, Subject is in subject.cpp.
 //
-// The To field is folded, one address on each line (RFC 822 section 3.1.1). Owns no state.
+// Called while the header of a mail or a piece is made. The To field is folded, one address on each
+// line (RFC 822 section 3.1.1). No state.
 #include "mime/fields.hpp"
 
 namespace ovrmail::mime {
@@ -12,7 +13,7 @@ bool put_line(TextSink out, std::string_view name, std::string_view value,
 }
 
 // Kept: each address keeps its comma and its leading blanks; a list that ends in a comma gives a
-// last continuation line of four blanks.
+// last continuation line of four blanks. Existing callers rely on their lists being sent unchanged.
 bool put_recipients(TextSink out, std::string_view to) noexcept {
     std::string_view name = "To: ";
     for (;;) {

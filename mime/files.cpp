@@ -1,4 +1,6 @@
-// files.cpp - see files.hpp.
+// files.cpp - opens the files of a mail and reports failures of file calls; see files.hpp.
+//
+// Called by every step of composition, streaming and cutting that works on files. No state.
 #include "mime/files.hpp"
 
 #include <fcntl.h>
@@ -16,7 +18,7 @@ common::UniqueFd open_to_read(const char* path) noexcept {
     struct stat64 status {};
     if (!fd.valid() || ::fstat64(fd.get(), &status) != 0) return {};
     if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
-        return fd;  // reading fails, if any does
+        return fd;  // reading a directory fails later
     errno = EINVAL;
     return {};
 }

@@ -1,4 +1,4 @@
-// files.hpp - what every step that works on files shares: opening one, and reporting a failure.
+// files.hpp - opens the files of a mail, and reports the failures of file calls.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +9,11 @@
 
 namespace ovrmail::mime {
 
-// Invalid when the file cannot be opened, or is a FIFO, a device or a socket, which would go out as
-// an empty file or never end (EINVAL); errno tells why. A null path names no file.
+// Invalid when the file cannot be opened, or is a FIFO, a device or a socket, which would be sent
+// as an empty file or never end (EINVAL); errno tells why. A null path names no file.
 common::UniqueFd open_to_read(const char* path) noexcept;
 
-// One failure: the system error goes to the caller and into the trace record that ends the frame.
+// Ends the frame with `result`, which is returned. `error` goes to `err` and into the trace record.
 std::int32_t fail(log::TraceScope& trace, const char* point, Result result, int error,
                   std::uint32_t* err) noexcept;
 

@@ -1,10 +1,10 @@
 // header.cpp - SMTP_makeTopData, SMTP_makeMIME: the beginning of a composed message.
 //
-// First step of composing: header block, first delimiter, text part. Attachments follow from
-// attachment.cpp. Owns no state beside the scratch blocks. Formats: RFC 822, RFC 2045, RFC 2046.
+// First step of composing: header block, first delimiter, text part; attachment.cpp adds the
+// attachments. No state beside the scratch blocks. Formats: RFC 822, RFC 2045, RFC 2046.
 //
-// The composition file is written in whole blocks; a failing write may show some lines after the
-// one that did not fit, with the same result.
+// The composition file is written in whole blocks, so a write failure may be seen some lines later,
+// with the same result.
 #include "mime/header.hpp"
 
 #include <unistd.h>
@@ -27,7 +27,7 @@ namespace {
 using common::BlockWriter;
 using log::TraceScope;
 
-// The body file: open, or none, or one that could not be opened, which counts when it is its turn.
+// The body file: open, or none, or not opened, which is reported when the text part is written.
 struct Body {
     bool wanted = false;
     int fd = -1;
@@ -54,9 +54,9 @@ bool put_names(TextSink out, const Head& head) noexcept {
            put_message_id(out);
 }
 
-// The boundary must not occur in a part (RFC 2046 section 5.1.1). A text that held it, and anybody
-// can guess the time, would end its part and begin others: the seconds are counted up until it
-// does not. Returns kOk, or what failed, with errno.
+// The boundary must not occur in a part (RFC 2046 section 5.1.1): a text with it would end its part
+// and begin others, and the time in it can be guessed. The seconds are counted up until the text
+// does not contain it. Returns kOk, or what failed, with errno.
 Result choose_boundary(char* boundary, const Body& body, InputWindow& text) noexcept {
     for (std::time_t seconds = std::time(nullptr);; ++seconds) {
         const auto length = static_cast<std::size_t>(
@@ -75,7 +75,7 @@ bool put_multipart_frame(TextSink out, std::string_view boundary) noexcept {
            out.put("\"\r\n") && put_line(out, "\r\n--", boundary);
 }
 
-// The text part of the message, header and all.
+// The text part of the message with its header.
 Result put_text_part(TraceScope& trace, BlockWriter& out, InputWindow& body) noexcept {
     bool japanese = false;
     if (!body.rewind()) return kWriteFailed;
@@ -114,7 +114,7 @@ std::int32_t build(int fd, const Head& head, std::uint32_t* err) noexcept {
     const int error = errno;
     if (made == kOpenFailed) return fail(trace, "smtp0645", made, head.body.open_error, err);
     if (made == kReadFailed) return fail(trace, "smtp0650", made, error, err);
-    // A failed write sticks; without one it was a seek.
+    // The writer keeps the error of a failed write; without one a seek failed.
     if (made == kOk && out.flush()) return trace.leave(kOk);
     return fail(trace, "smtp0660", kWriteFailed, out.error() != 0 ? out.error() : error, err);
 }

@@ -14,7 +14,7 @@ struct TopData {
 };
 
 // SMTP_makeTopData with the text read from `body_fd`, from its start, instead of from a named file:
-// what another process puts under the name never gets into the mail.
+// a file that another process puts under that name never gets into the mail.
 std::int32_t make_top_data(int fd, const TopData& top, int body_fd, std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::mime

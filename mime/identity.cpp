@@ -1,8 +1,8 @@
 // identity.cpp - SMTP_makeDate, SMTP_makeBoundary, SMTP_MakeMsgId, SMTP_makeid: date and names of
 // a message (RFC 822 sections 4.6.1 and 5, RFC 2046 sections 5.1.1 and 5.2.2).
 //
-// Called by the header of every mail and piece. Owns the host name of the Message-Id and the
-// host's id, which are found once and then kept for the life of the process.
+// Called for the header of every mail and piece. Owns g_host_name and g_host_id, the host name and
+// host id of a Message-Id, which are determined once and then kept for the life of the process.
 #include "mime/identity.hpp"
 
 #include <sys/time.h>
@@ -18,6 +18,7 @@
 
 #include "common/paths.hpp"
 #include "common/text.hpp"
+#include "log/handles.hpp"
 #include "log/trace_scope.hpp"
 #include "mime.h"
 #include "mime/fields.hpp"
@@ -42,7 +43,7 @@ struct CloseFile {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-// Takes the next word off the line, at most one field of it.
+// Removes the next word from the line and returns it, at most one field of it.
 std::string_view next_word(std::string_view& line) noexcept {
     line.remove_prefix(std::min(line.find_first_not_of(kSpace), line.size()));
     const std::size_t size = std::min(line.find_first_of(kSpace), line.size());
@@ -51,7 +52,7 @@ std::string_view next_word(std::string_view& line) noexcept {
     return word.substr(0, kFieldSize - 1);
 }
 
-// Appends a dot and the domain of the first "domain" line, and tells whether there was one. Search
+// Appends a dot and the domain of the first "domain" line. False without such a line; "search"
 // lines are not used.
 bool append_domain(std::span<char> name) noexcept {
     const std::unique_ptr<std::FILE, CloseFile> file(
@@ -70,10 +71,13 @@ bool append_domain(std::span<char> name) noexcept {
     return false;
 }
 
-// Asked once: most hosts have no stored id, and the answer then costs a look-up of the host's name.
+// Determined once: on a host without a stored id, gethostid() looks up the host's name.
 unsigned host_id() noexcept {
-    if (!g_host_id_known) g_host_id = static_cast<unsigned>(::gethostid());
-    g_host_id_known = true;
+    if (!g_host_id_known) {
+        log::flush_log();
+        g_host_id = static_cast<unsigned>(::gethostid());
+        g_host_id_known = true;
+    }
     return g_host_id;
 }
 
@@ -119,8 +123,8 @@ bool put_message_id(TextSink out) noexcept {
 std::int32_t SMTP_makeDate(char* dst) noexcept {
     using namespace ovrmail::mime;
     if (dst == nullptr) return 0;
-    // Kept: whole hours of the zone only, and the winter offset in summer, as the difference gives
-    // them; Universal Time has a minus sign.
+    // Kept: the offset is in whole hours, without summer time, and UTC has a minus sign. Readers of
+    // the Date field rely on this documented form.
     const int hours = SMTP_GetTimeDifference();
     const std::time_t seconds = std::time(nullptr);
     std::tm local{};

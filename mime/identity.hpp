@@ -1,4 +1,4 @@
-// identity.hpp - what names a message: its boundary, its Message-Id, the id of its pieces.
+// identity.hpp - the names in a message: its boundary, its Message-Id, the id of its pieces.
 #pragma once
 
 #include <array>
@@ -17,8 +17,7 @@ inline constexpr std::size_t kMessageIdSize = 64 + kHostSize;  // the line with 
 // Boundary "---------------OvWexl1795248204" of a number of seconds. Returns its length.
 int make_boundary(std::span<char, kBoundarySize> boundary, std::time_t seconds) noexcept;
 
-// The node name, with the resolver's domain where it has no dot of its own. True when the domain
-// was found.
+// The node name, with the resolver's domain when it has no dot. True when the domain was found.
 bool find_host_name(std::span<char, kHostSize> name) noexcept;
 
 }  // namespace ovrmail::mime

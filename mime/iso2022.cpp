@@ -17,7 +17,7 @@
 namespace ovrmail::mime {
 namespace {
 
-// What the trail byte takes off, beside the lead byte's own; 0 marks an invalid trail byte.
+// What is subtracted for a trail byte, beside the lead byte's part; 0 marks an invalid trail byte.
 constexpr auto kTrailOffset = [] {
     std::array<std::uint16_t, 256> offset{};
     for (unsigned trail = 0x40; trail <= 0x7E; ++trail) offset[trail] = 0x11F;
@@ -40,7 +40,7 @@ bool convert_eight_pairs(const char* src, char* dst) noexcept {
     std::memcpy(&pairs, src, sizeof pairs);
     const Lanes lead = pairs & 0xFF;
     const Lanes trail = pairs >> 8;
-    // A comparison gives a lane of ones, which is also -1.
+    // A true comparison sets all bits of its lane, which is -1.
     const auto valid = ((lead ^ 0x20) - 0xA1 < 0x2F) & (trail - 0x40 <= 0xBC) & (trail != 0x7F);
     std::array<std::uint64_t, 2> all;
     std::memcpy(all.data(), &valid, sizeof all);
@@ -56,12 +56,12 @@ bool convert_eight_pairs(const char* src, char* dst) noexcept {
     return true;
 }
 
-// A lead byte in front of CR LF has lost its second byte: the CR is none.
+// A lead byte in front of CR LF has no second byte: the CR belongs to the line end.
 bool is_lone_lead(std::string_view text) noexcept {
     return common::skip(text, 1).starts_with("\r\n");
 }
 
-// Single bytes; those of the first run begin the line.
+// Appends single bytes; the first run is at the start of the line.
 char* append_single(char* dst, std::string_view single, bool first) noexcept {
     for (std::size_t dot = next_dot_to_double(single, first ? 0 : 1); dot != single.npos;
          dot = next_dot_to_double(single, 1)) {
@@ -72,7 +72,7 @@ char* append_single(char* dst, std::string_view single, bool first) noexcept {
     return append(dst, single);
 }
 
-// Converts pairs as long as lead bytes with a second byte follow each other.
+// Converts pairs until the next byte is no lead byte with a second byte.
 char* convert_pairs(std::string_view& src, char* dst) noexcept {
     const char* at = src.data();
     const char* const end = at + src.size();
@@ -91,8 +91,8 @@ char* convert_pairs(std::string_view& src, char* dst) noexcept {
 
 }  // namespace
 
-// Kept: a pair with an invalid trail byte becomes a zero byte and a value; the zero byte then ends
-// the line for whoever handles it as a text.
+// Kept: a pair with an invalid trail byte becomes a zero byte and a value. Callers rely on this
+// documented result, and those that handle the line as a text end it at the zero byte.
 unsigned jis_code(unsigned char lead, unsigned char trail) noexcept {
     const unsigned offset = kTrailOffset[trail];
     if (offset == 0) return static_cast<unsigned>(lead | trail);
@@ -106,7 +106,7 @@ std::size_t to_iso2022(std::string_view src, std::span<char> room) noexcept {
         const std::string_view single = src.substr(0, find_sjis_lead(src));
         dst = append_single(dst, single, first);
         src.remove_prefix(single.size());
-        if (src.size() < 2) break;  // the end, or a lead byte alone before it
+        if (src.size() < 2) break;  // the end, or a single lead byte at the end
         if (is_lone_lead(src)) {
             *dst++ = src.front();
             src.remove_prefix(1);

@@ -10,14 +10,14 @@ namespace ovrmail::mime {
 inline constexpr std::string_view kEnterTwoByte = "\x1b$B";  // to JIS X 0208
 inline constexpr std::string_view kLeaveTwoByte = "\x1b(J";  // to JIS X 0201 Roman, never to ASCII
 
-// The most that `length` bytes become, without NUL: k pairs parted by k - 1 single bytes take
-// 3k - 1 bytes and become 8k + k - 1 = 3 * length + 2; a doubled leading dot stands in place of
-// one of the pairs.
+// The most that `length` bytes become, without NUL: k pairs separated by k - 1 single bytes take
+// 3k - 1 bytes and become 8k + k - 1 = 3 * length + 2; a doubled leading dot takes the place of one
+// of the pairs.
 constexpr std::size_t iso2022_room(std::size_t length) noexcept { return 3 * length + 2; }
 
-// The first dot from `from` on that a server could take for the first byte of a line, or npos: one
-// at the start of the line, and, since some servers take a lone CR or LF for a line end, one behind
-// those. Such a dot is doubled (RFC 5321 section 4.5.2).
+// The first dot from `from` on that a server could take for the first byte of a line, or npos: a
+// dot at the start of the line, or behind a lone CR or LF, which some servers take for a line end.
+// Such a dot is doubled (RFC 5321 section 4.5.2).
 constexpr std::size_t next_dot_to_double(std::string_view line, std::size_t from) noexcept {
     std::size_t dot = line.find('.', from);
     while (dot != line.npos && dot != 0 && line[dot - 1] != '\r' && line[dot - 1] != '\n')

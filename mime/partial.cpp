@@ -1,8 +1,8 @@
-// partial.cpp - SMTP_sendData_Partial: one message/partial piece behind a header of its own.
+// partial.cpp - SMTP_sendData_Partial: one message/partial piece with its own header.
 //
-// Called once per piece, between DATA and the end mark. The header lines gather in the output block
-// and leave in two blocks, each line still a send of its own to the trace. RFC 2046 section
-// 5.2.2.
+// Called once per piece, between DATA and the end mark. The header lines are collected in the
+// output block and sent in two parts; the trace shows each line as its own send. No other state.
+// RFC 2046 section 5.2.2.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -19,14 +19,14 @@
 namespace ovrmail::mime {
 namespace {
 
-// Collects header lines; a text that ends in LF ends its line, and so does the end of the block.
-// What would not fit goes out first.
+// Collects header lines. A text that ends in LF ends its line, and so does the end of the block.
+// When there is no room left, the lines are sent.
 class LineSender {
 public:
     LineSender(int sock, std::uint32_t* err) noexcept
         : sock_(sock), err_(err), block_(output_block()) {}
 
-    // Names the trace point of the lines that follow.
+    // Sets the trace point of the lines that follow.
     void at(const char* point) noexcept { point_ = point; }
 
     bool put(std::string_view text) noexcept {
@@ -100,7 +100,7 @@ void put_names(LineSender& lines, const Piece& piece) noexcept {
     put_subject(out, piece.subject);
     common::format_into(numbers, " [%d/%d]\r\n", piece.number, piece.total);
     lines.put(numbers.data());
-    lines.send();  // the trace of making the identifier stands behind these lines
+    lines.send();  // before the trace records of put_message_id()
     lines.at("smtp1440");
     put_message_id(out);
     lines.at("smtp1445");

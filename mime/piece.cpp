@@ -29,7 +29,7 @@ constexpr std::size_t kGrowth = 1024;  // a piece is read this much short of its
 constexpr std::int32_t kWalkLine = 1024;
 constexpr std::string_view kLineEnd = "\r\n";
 
-// Gives back to the file what was read of it too far. The file may be larger than an off_t tells.
+// Seeks back over `size` bytes that were read too far. The file may be too large for an off_t.
 bool give_back(int fd, std::size_t size) noexcept {
     return size == 0 || ::lseek64(fd, -static_cast<off64_t>(size), SEEK_CUR) != -1;
 }
@@ -39,7 +39,7 @@ struct Ahead {
     std::string_view text;
     std::size_t beyond;  // bytes read behind the room, to see whether the file goes on: 0 or 1
 
-    // Nothing is left in the file. A rest that is exactly as long as the room is one, too.
+    // Nothing is left in the file, also when its rest has filled the room exactly.
     [[nodiscard]] bool at_end(std::span<const char> room) const noexcept {
         return text.size() < room.size() || beyond == 0;
     }
@@ -56,19 +56,19 @@ bool read_ahead(int fd, std::span<char> room, Ahead& ahead) noexcept {
     return true;
 }
 
-// Where the first line to end at or behind `from` ends; npos when none does.
+// The end of the first line that ends at or behind `from`; npos without one.
 std::size_t line_end_from(std::string_view text, std::size_t from) noexcept {
     const std::size_t at = text.find(kLineEnd, std::max(from, kLineEnd.size()) - kLineEnd.size());
     return at == text.npos ? at : at + kLineEnd.size();
 }
 
-// Where the last whole line ends, 0 when there is none.
+// The end of the last whole line, 0 without one.
 std::size_t last_line_end(std::string_view text) noexcept {
     const std::size_t at = text.rfind(kLineEnd);
     return at == text.npos ? 0 : at + kLineEnd.size();
 }
 
-// The lines wanted from the front of `text`: one line, or everything up to the next blank line and
+// The length of the lines wanted from `text`: one line, or everything up to the next blank line and
 // one line more. `previous` is the byte before the text. npos when the text ends before.
 std::size_t wanted_lines(std::string_view text, char previous, int blank_lines) noexcept {
     for (std::size_t start = 0;;) {
@@ -81,10 +81,10 @@ std::size_t wanted_lines(std::string_view text, char previous, int blank_lines) 
     }
 }
 
-// What becomes of a line longer than the whole room.
+// What to do with a line that is longer than the room.
 enum class Overlong { kLeave, kCut };
 
-// Reads lines behind a piece into its room, which may be none; `previous` is the last byte of the
+// Reads lines behind a piece into `room`, which may be empty; `previous` is the last byte of the
 // piece. Lines that do not fit stay in the file.
 std::int32_t add_lines(int fd, std::span<char> room, char previous, int blank_lines,
                        Overlong overlong, std::uint32_t* err) noexcept {
@@ -106,11 +106,12 @@ std::int32_t add_lines(int fd, std::span<char> room, char previous, int blank_li
 // What a piece still needs so that it does not end inside the header of a part.
 enum class Growth { kNone, kLine, kHeader };
 
-// Kept: the last line is seen without its LF, so a blank line that ends the piece is not counted,
-// and a closing delimiter that ends it is taken for an opening one. The first line is never seen.
+// Kept: the last line is read without its LF, so that a blank line at the end is not counted and a
+// closing delimiter there counts as an opening one; the first line is not read. Existing callers
+// rely on pieces that are cut at these places.
 Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trace) noexcept {
     std::array<char, kWalkLine> buffer;
-    // The walk is only worth while when the boundary is there at all.
+    // Without the boundary in the piece no line has to be read.
     auto start = boundary.empty() || piece.find(boundary) == piece.npos
                      ? 0
                      : static_cast<std::int32_t>(piece.size());
@@ -123,7 +124,10 @@ Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trac
             blank += line == kLineEnd ? 1 : 0;
             continue;
         }
-        if (line.find("--\r\n") != line.npos) return trace.note("smtp1031"), Growth::kNone;
+        if (line.find("--\r\n") != line.npos) {
+            trace.note("smtp1031");
+            return Growth::kNone;
+        }
         if (last || blank == 0) return Growth::kHeader;
         const bool ends_blank = piece.ends_with("\n\r\n");
         return blank == 1 && ends_blank ? Growth::kLine : Growth::kNone;
@@ -132,8 +136,8 @@ Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trac
     return Growth::kNone;
 }
 
-// Where to cut what was read: after the first line end from the nominal size on, after the last one
-// before it when that line does not fit, and through a line that is alone in the buffer.
+// Where to cut the text: after the first line end from the nominal size on, or after the last line
+// end before it when that line does not fit. A single line that fills the buffer is cut itself.
 std::size_t cut_size(std::string_view text, std::size_t nominal, bool at_end) noexcept {
     std::size_t size = line_end_from(text, nominal);
     if (size == text.npos && !at_end) size = last_line_end(text);
@@ -159,7 +163,7 @@ std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundar
     const std::size_t size = cut_size({buffer.data(), read}, nominal, ahead.at_end(growth_room));
     if (!give_back(fd, read + ahead.beyond - size))
         return fail(trace, "smtp1025", kReadFailed, errno, err);
-    // Behind the piece the buffer is clear, as the caller handed it over.
+    // Clears the buffer behind the piece.
     std::memset(buffer.data() + size, 0, std::min(read + 1, buffer.size()) - size);
     const std::string_view piece(buffer.data(), size);
     if (!piece.ends_with(kLineEnd)) return trace.leave(static_cast<std::int32_t>(size));
@@ -172,7 +176,7 @@ std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundar
     return trace.leave(static_cast<std::int32_t>(size) + added);
 }
 
-// The 1-based position at which the line starts that ends before `end`, at most `room` bytes away.
+// The 1-based start of the line that ends before `end`, at most `room` bytes before it.
 std::int32_t line_start(const char* buffer, std::int32_t end, std::int32_t room) noexcept {
     std::int32_t at = end - 1;
     while (at > 1 && end - at < room &&

@@ -7,10 +7,9 @@ namespace ovrmail::mime {
 
 enum Result : std::int32_t {
     kOk = 0,
-    kOpenFailed = -31,  // a file to be read cannot be opened
-    kReadFailed = -32,  // reading failed, or a seek while streaming or cutting
-    kWriteFailed =
-        -33,  // the composition file took less than it was given, or a seek failed while composing
+    kOpenFailed = -31,   // a file to be read cannot be opened
+    kReadFailed = -32,   // reading failed, or a seek while streaming or cutting
+    kWriteFailed = -33,  // a write failed or fell short, or a seek failed while composing
 };
 
 }  // namespace ovrmail::mime

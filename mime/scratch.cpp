@@ -1,4 +1,7 @@
-// scratch.cpp - line and output blocks of composition; see scratch.hpp.
+// scratch.cpp - input and output block, and the window over the input block; see scratch.hpp.
+//
+// Used while a message is composed, streamed or sent in pieces. Owns g_input and g_output, which
+// one send at a time uses.
 #include "mime/scratch.hpp"
 
 #include <unistd.h>

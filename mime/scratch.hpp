@@ -11,8 +11,8 @@
 
 namespace ovrmail::mime {
 
-// A file passes in and out in blocks of this size: some eighty reads and as many writes for an
-// attachment of 10 MiB. The output block holds the lines that a full input block becomes.
+// Files are read and written in blocks of this size: about eighty reads and as many writes for an
+// attachment of 10 MiB. The output block has room for the base64 lines of a full input block.
 inline constexpr std::size_t kInputSize = std::size_t{128} * 1024;
 inline constexpr std::size_t kOutputSize =
     kInputSize / common::kBase64LineBytes * common::kBase64LineSize;
@@ -27,7 +27,7 @@ constexpr std::size_t whole_units(std::size_t size, std::size_t unit) noexcept {
 }
 
 // A file seen through the input block. view() shows at least `want` bytes (at most half a block)
-// unless the file ends before; consume() steps over what has been used.
+// unless the file ends before; consume() skips the bytes that have been used.
 class InputWindow {
 public:
     explicit InputWindow(int fd) noexcept : fd_(fd), block_(input_block()) {}
@@ -41,7 +41,7 @@ public:
     }
     void consume(std::size_t size) noexcept { begin_ += size; }
 
-    // Back to the start of the file. Costs nothing while the first block still holds all of it.
+    // Back to the start of the file. No system call while the block still holds the whole file.
     [[nodiscard]] bool rewind() noexcept;
 
 private:

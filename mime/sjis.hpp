@@ -1,4 +1,4 @@
-// sjis.hpp - the one test that decides everywhere what is Japanese text in Shift_JIS.
+// sjis.hpp - the one test for Japanese text in Shift_JIS.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace ovrmail::mime {
 
-// 0x81 to 0x9F and 0xE0 to 0xEF, one range once bit 5 is turned over. Half-width katakana (0xA0 to
+// 0x81 to 0x9F and 0xE0 to 0xEF, one range when bit 5 is inverted. Half-width katakana (0xA0 to
 // 0xDF) and the vendor range from 0xF0 count as single bytes.
 constexpr bool is_sjis_lead(unsigned char byte) noexcept {
     return static_cast<unsigned char>((byte ^ 0x20U) - 0xA1U) < 0x2F;
@@ -17,7 +17,7 @@ constexpr bool is_sjis_lead(char byte) noexcept {
     return is_sjis_lead(static_cast<unsigned char>(byte));
 }
 
-// How many bytes come before the first lead byte. Plain ASCII passes eight bytes at a time.
+// The number of bytes before the first lead byte. ASCII is skipped eight bytes at a time.
 inline std::size_t find_sjis_lead(std::string_view text) noexcept {
     for (std::size_t at = 0;; ++at) {
         std::uint64_t word = 0;

@@ -1,7 +1,7 @@
-// stream.cpp - SMTP_sendData: the composition file on its way to the server.
+// stream.cpp - SMTP_sendData: sends the composition file to the server.
 //
-// Called between DATA and the end mark. The file is in wire form already and passes unchanged
-// through the input block (RFC 5321 section 4.1.1.4).
+// Called between DATA and the end mark. The file is in wire form already and is sent unchanged
+// through the input block (RFC 5321 section 4.1.1.4). No other state.
 #include "mime/stream.hpp"
 
 #include <sys/stat.h>
@@ -46,6 +46,6 @@ std::int32_t stream_file(int sock, int fd, off64_t size, std::uint32_t* err) noe
 
 std::int32_t SMTP_sendData(std::int32_t sock, std::int32_t fd, std::uint32_t* err) noexcept {
     struct stat64 status {};
-    const bool known = ::fstat64(fd, &status) == 0;  // else reading fails as well
+    const bool known = ::fstat64(fd, &status) == 0;  // otherwise reading fails too
     return ovrmail::mime::stream_file(sock, fd, known ? status.st_size : 0, err);
 }

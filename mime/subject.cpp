@@ -1,7 +1,7 @@
 // subject.cpp - SMTP_makeSubject: a Japanese subject as a folded row of encoded words (RFC 2047).
 //
-// Called for the Subject field of a mail and of every piece. Works in one pass over the Shift_JIS
-// text; the only buffer is that of the encoded word being filled.
+// Called for the Subject field of a mail and of every piece. Reads the Shift_JIS text once; the
+// only buffer is that of the encoded word being filled. No state.
 #include <array>
 #include <cstring>
 
@@ -27,7 +27,7 @@ constexpr int kPairCost = 4;
 constexpr int kPairLimit = 70;
 constexpr int kCloseCost = 6;
 
-// Of a word opened at column 0 the columns allow (70 - 20) / 4 = 12 pairs.
+// A word opened at column 0 has columns for (70 - 20) / 4 = 12 pairs.
 constexpr std::size_t kMaxPairs = (kPairLimit - kOpenCost) / kPairCost;
 
 class SubjectEncoder {
@@ -35,7 +35,8 @@ public:
     explicit SubjectEncoder(TextSink out) noexcept : out_(out) {}
 
     bool encode(std::string_view subject) noexcept {
-        // Kept: the converter of text lines doubles a leading dot, here as well.
+        // Kept: a leading dot is doubled here as in text lines. Existing callers rely on the same
+        // result as from SMTP_toISO2022.
         if (subject.starts_with('.')) put_single('.');
         for (std::size_t i = 0; i < subject.size() && ok_;) {
             if (!is_sjis_lead(subject[i])) {
@@ -45,7 +46,7 @@ public:
             if (i + 1 == subject.size()) break;  // a lead byte alone at the end is left out
             const unsigned code = jis_code(static_cast<unsigned char>(subject[i]),
                                            static_cast<unsigned char>(subject[i + 1]));
-            // Kept: the zero byte of an invalid pair ends the subject.
+            // Kept: an invalid pair ends the subject. Callers rely on this documented result.
             if (code < 0x100) return end_open();
             put_pair(code);
             i += 2;

@@ -1,8 +1,7 @@
 // text_part.cpp - charset scan and body lines of the text part.
 //
-// Called by the header builder once the message header stands. Owns no state; reads through the
-// input block and writes through the output block. Line length and dots: RFC 5321 sections
-// 4.5.3.1.6 and 4.5.2.
+// Called by header.cpp after the message header. No state; reads through the input block and writes
+// through the output block. Line length and dots: RFC 5321 sections 4.5.3.1.6 and 4.5.2.
 #include "mime/text_part.hpp"
 
 #include <cstring>
@@ -16,8 +15,7 @@ namespace {
 
 constexpr std::size_t kScanChunk = 1028;
 constexpr std::size_t kLineLimit = 1024;
-constexpr std::size_t kLongestLine =
-    kLineLimit + 2;  // with the CR LF of a line that meets the limit
+constexpr std::size_t kLongestLine = kLineLimit + 2;  // a line at the limit with its CR LF
 constexpr std::string_view kLineEnd = "\r\n";
 
 // Whether the last byte starts a two-byte character, judged from the start of the line: the byte
@@ -33,9 +31,9 @@ struct Line {
     bool broken;  // cut at the limit: its CR LF is still to be added
 };
 
-// Takes the next line off the text: up to and with CR LF (a lone LF ends nothing), up to the
-// limit, or what is left. Neither a CR LF nor a two-byte character is ever cut: a bare LF in front
-// of a dot could end the mail for the server, and the rest of the text would be its next commands.
+// The first line of the text: through its CR LF (a lone LF ends no line), up to the limit, or what
+// is left. Neither a CR LF nor a two-byte character is ever cut: a server could take a bare LF and
+// a dot for the end of the mail, and the rest of the text for commands.
 Line next_line(std::string_view text) noexcept {
     const std::size_t end = text.substr(0, kLineLimit + 1).find(kLineEnd);
     if (end != text.npos) return {text.substr(0, end + kLineEnd.size()), false};
@@ -57,8 +55,8 @@ bool put_plain(const Line& line, common::BlockWriter& out) noexcept {
     return out.put(rest) && (!line.broken || out.put(kLineEnd));
 }
 
-// Kept: a converted line is a text. A zero byte, in it or from an invalid pair, ends it there,
-// with its CR LF lost.
+// Kept: a zero byte, in the line or from an invalid pair, ends the converted line, and its CR LF is
+// lost. Callers rely on this documented result.
 bool put_japanese(const Line& line, common::BlockWriter& out) noexcept {
     std::array<char, kLongestLine + kLineEnd.size()> whole;
     const std::size_t size = line.bytes.copy(whole.data(), kLongestLine);

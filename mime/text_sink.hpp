@@ -1,5 +1,5 @@
-// text_sink.hpp - where header text goes: the composition file, a line on its way to the server,
-// or the caller's memory. A text that ends in LF ends its line.
+// text_sink.hpp - the target of header text: the composition file, lines to be sent, or the
+// caller's memory. A text that ends in LF ends its line.
 #pragma once
 
 #include <string_view>

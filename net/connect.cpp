@@ -1,4 +1,7 @@
 // connect.cpp - name look-up and the attempts to connect; see connect.hpp.
+//
+// The first step of an SMTP conversation and of a POP3 session. The system bounds the time of each
+// attempt, the client their number. No state.
 #include "net/connect.hpp"
 
 #include <arpa/inet.h>
@@ -21,8 +24,8 @@ namespace {
 constexpr std::size_t kWorkSize = 1024;
 constexpr int kPauseSeconds = 1;
 
-// Whether `address` has been found; else `error` is the resolver's. A host entry that does not fit
-// the work area is a failure like any other (NETDB_INTERNAL): nothing is used of it.
+// True when `address` has been found; otherwise `error` is the resolver's error. A host entry that
+// does not fit the work area counts as a failure (NETDB_INTERNAL); no part of it is used.
 bool ask_resolver(const char* name, in_addr_t& address, int& error) noexcept {
     std::array<char, kWorkSize> work{};
     hostent entry{};
@@ -34,14 +37,14 @@ bool ask_resolver(const char* name, in_addr_t& address, int& error) noexcept {
     return usable && address != INADDR_NONE;
 }
 
-// One attempt. The socket stays with `fd` only when it is connected.
+// One attempt. `fd` receives the socket only when it is connected.
 Report connect_once(const sockaddr_in& peer, int& fd) noexcept {
     common::UniqueFd sock(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!sock.valid()) return failed("socket", -1, errno);
-    // Without it the end mark behind a short message waits for a delayed acknowledgement.
+    // Otherwise the end mark behind a short message waits for a delayed acknowledgement.
     const int on = 1;
     ::setsockopt(sock.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    // A connect that a signal interrupts goes on; the same call waits for it.
+    // An interrupted connect() goes on in the kernel; the same call again waits for it.
     const auto* const address = reinterpret_cast<const sockaddr*>(&peer);
     const auto connect = [&] { return ::connect(sock.get(), address, sizeof peer); };
     if (common::retry_eintr(common::kNoLimit, connect) != 0) return failed("connect", -1, errno);
@@ -49,8 +52,8 @@ Report connect_once(const sockaddr_in& peer, int& fd) noexcept {
     return {};
 }
 
-// Lasts a second, whatever signals arrive. sleep() counts what is left of a second as 0: only errno
-// tells that a signal has ended it early.
+// Waits a full second, also when signals arrive. With less than a second left sleep() returns 0:
+// only errno shows that a signal has ended it.
 void pause() noexcept {
     timespec end{};
     ::clock_gettime(CLOCK_MONOTONIC, &end);

@@ -1,5 +1,8 @@
-// lines.cpp - lines in, bytes out; see lines.hpp. Every command, reply and block of a mail passes
-// here. Waits: RFC 5321 section 4.5.3.2, RFC 1939 section 3.
+// lines.cpp - receives a line and sends a buffer, each within a time budget; see lines.hpp.
+//
+// Every command, reply and block of a mail passes through here, for SMTP and POP3. No state beyond
+// the caller's Sender and SeenAhead. Lines and time-outs: RFC 5321 sections 2.3.8 and 4.5.3.2,
+// RFC 1939 section 3.
 #include "net/lines.hpp"
 
 #include <cerrno>
@@ -12,35 +15,65 @@ constexpr int kEmptyReads = 6;  // in a row
 
 constexpr Report kDone{};
 
+// One line on its way in.
+class LineReceiver {
+public:
+    LineReceiver(int fd, std::span<char> line, const ReceiveRules& rules, const Budget& budget,
+                 SeenAhead* ahead, std::size_t& filled) noexcept
+        : fd_(fd), line_(line), rules_(rules), budget_(budget), ahead_(ahead), filled_(filled) {}
+
+    Report run() noexcept {
+        std::memset(line_.data(), 0, line_.size());
+        filled_ = 0;
+        wait_ = budget_.seconds_left(budget_.clock);
+        while (filled_ < line_.size() && !ends_line(line_, filled_, rules_.end)) {
+            if (!wait_holds_) wait_ = budget_.seconds_left(budget_.clock);
+            wait_holds_ = false;
+            bool arrived = ahead_ != nullptr && !ahead_->empty();
+            Report report = arrived ? kDone : wait_for_bytes(arrived);
+            if (arrived) report = take();
+            if (!report.done()) return report;
+        }
+        return kDone;
+    }
+
+private:
+    // Done without bytes when a signal has interrupted the wait.
+    Report wait_for_bytes(bool& arrived) noexcept {
+        budget_.before_wait();
+        const int ready = wait_for(fd_, kReadable, wait_);
+        arrived = ready > 0;
+        if (ready == 0) return timed_out("recv");
+        return arrived || errno == EINTR ? kDone : failed("select", ready, errno);
+    }
+
+    Report take() noexcept {
+        const ssize_t taken = take_line(fd_, line_, filled_, rules_.end, ahead_);
+        wait_holds_ = (taken > 0 || taken == kNotNow) && !rules_.wait_shrinks;
+        if (taken > 0) {
+            filled_ += static_cast<std::size_t>(taken);
+            empty_ = 0;
+        }
+        if (taken == 0 && ++empty_ == kEmptyReads) return failed("recv", 0, errno);
+        return taken == -1 && errno != EINTR ? failed("recv", taken, errno) : kDone;
+    }
+
+    int fd_;
+    std::span<char> line_;
+    const ReceiveRules& rules_;
+    const Budget& budget_;
+    SeenAhead* ahead_;
+    std::size_t& filled_;
+    std::int64_t wait_ = 0;
+    bool wait_holds_ = true;
+    int empty_ = 0;
+};
+
 }  // namespace
 
 Report receive_line(int fd, std::span<char> line, const ReceiveRules& rules, const Budget& budget,
                     SeenAhead* ahead, std::size_t& filled) noexcept {
-    std::memset(line.data(), 0, line.size());
-    filled = 0;
-    std::int64_t wait = budget.seconds_left(budget.clock);
-    bool wait_holds = true;
-    for (int empty = 0; filled < line.size() && !ends_line(line, filled, rules.end);) {
-        if (!wait_holds) wait = budget.seconds_left(budget.clock);
-        wait_holds = false;
-        if (ahead == nullptr || ahead->empty()) {  // else it is there already
-            const int ready = wait_for(fd, kReadable, wait);
-            if (ready == 0) return timed_out("recv");
-            if (ready < 0 && errno == EINTR) continue;
-            if (ready < 0) return failed("select", ready, errno);
-        }
-        const ssize_t taken = take_line(fd, line, filled, rules.end, ahead);
-        if (taken > 0) {
-            filled += static_cast<std::size_t>(taken);
-            empty = 0;
-        } else if (taken == 0) {
-            if (++empty == kEmptyReads) return failed("recv", 0, errno);
-        } else if (taken != kNotNow && errno != EINTR) {
-            return failed("recv", taken, errno);
-        }
-        wait_holds = (taken > 0 || taken == kNotNow) && !rules.wait_shrinks;
-    }
-    return kDone;
+    return LineReceiver(fd, line, rules, budget, ahead, filled).run();
 }
 
 bool Sender::step(Report& report) noexcept {
@@ -67,7 +100,7 @@ Report Sender::run() noexcept {
     return report;
 }
 
-// A send that took only part has filled the kernel's room, so the next one would only say so.
+// After a send that took only a part the kernel's buffer is full: wait instead of trying at once.
 Report Sender::go_on(ssize_t sent, int error) noexcept {
     if (sent == kNotNow) return wait_for_room();
     if (sent < 0) return on_error(error);
@@ -81,9 +114,10 @@ Report Sender::on_error(int error) noexcept {
     return again ? kDone : failed("send", -1, error);
 }
 
-// The part of a send in which the kernel waits for the peer to read on. The budget alone bounds it:
-// poll() is interrupted by every handler, also by one that lets a send go on.
+// Waits until the kernel can take more bytes. Only the budget bounds this wait: any signal handler
+// interrupts poll(), also one installed with SA_RESTART, so interruptions are not counted.
 Report Sender::wait_for_room() noexcept {
+    budget_.before_wait();
     const int ready = wait_for(fd_, kWritable, budget_.seconds_left(budget_.clock));
     if (ready == 0) return timed_out("send");
     return ready > 0 || errno == EINTR ? kDone : on_error(errno);

@@ -1,5 +1,5 @@
-// report.hpp - how a step of the network ended. The steps neither log nor trace: the client makes
-// of a report the code, the log entry and the trace point of its protocol.
+// report.hpp - how a network step ended. The steps neither log nor trace: the client turns a report
+// into the result code, log entry and trace point of its protocol.
 #pragma once
 
 #include <sys/types.h>
@@ -12,8 +12,8 @@ struct Report {
     enum class End { kDone, kTimedOut, kFailed };
 
     End end = End::kDone;
-    const char* call = nullptr;  // that failed, or in which the time ran out: "send", "recv", ...
-    std::int32_t result = 0;     // what it returned
+    const char* call = nullptr;  // the call that failed or timed out: "send", "recv", ...
+    std::int32_t result = 0;     // its return value
     int error = 0;               // its errno, or the resolver's error; 0 for a peer that has closed
 
     [[nodiscard]] bool done() const noexcept { return end == End::kDone; }

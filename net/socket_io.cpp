@@ -1,4 +1,7 @@
-// socket_io.cpp - waits, lines and sends; see socket_io.hpp.
+// socket_io.cpp - bounded waits, whole lines and sends on one socket; see socket_io.hpp.
+//
+// Called by lines.cpp for every command, reply and block of a mail. No state: the bytes seen ahead
+// belong to the caller. Line ends: RFC 5321 section 2.3.8, RFC 1939 section 3.
 #include "net/socket_io.hpp"
 
 #include <sys/socket.h>
@@ -13,7 +16,7 @@ namespace {
 
 constexpr std::int64_t kLongestWait = INT_MAX / 1000;
 
-// Length up to and including the first line end that lies behind `from`, or `filled` without one.
+// Length through the first line end at or behind `from`, or `filled` without one.
 std::size_t line_length(std::span<const char> line, std::size_t from, std::size_t filled,
                         LineEnd end) noexcept {
     while (from < filled) {
@@ -25,9 +28,7 @@ std::size_t line_length(std::span<const char> line, std::size_t from, std::size_
     return filled;
 }
 
-// A call that does not fail leaves errno as it was, and what it was then gets reported for a peer
-// that has closed: hence 0 before every call.
-// Length of the line that `ahead` begins with, or 0 when it holds no whole one.
+// Length of the line that `ahead` begins with, or 0 when that line is not complete.
 std::size_t whole_line(const SeenAhead* ahead, LineEnd end) noexcept {
     if (ahead == nullptr) return 0;
     const std::span<const char> text(ahead->text());
@@ -35,6 +36,8 @@ std::size_t whole_line(const SeenAhead* ahead, LineEnd end) noexcept {
     return ends_line(text, length, end) ? length : 0;
 }
 
+// A call that succeeds does not change errno, and errno is reported for a peer that has closed: it
+// is therefore set to 0 before every call.
 template <class Call>
 ssize_t without_waiting(Call call) noexcept {
     errno = 0;
@@ -55,7 +58,7 @@ int wait_for(int fd, short what, std::int64_t seconds) noexcept {
     pollfd entry{fd, what, 0};
     const auto wait = std::clamp<std::int64_t>(seconds, 0, kLongestWait);
     errno = 0;
-    // poll() passes over a negative descriptor and would wait for nothing.
+    // poll() ignores a negative descriptor and would only wait.
     const int ready = fd < 0 ? 0 : ::poll(&entry, 1, static_cast<int>(wait * 1000));
     if (fd >= 0 && (entry.revents & POLLNVAL) == 0) return ready;
     errno = EBADF;

@@ -1,5 +1,5 @@
-// socket_io.hpp - the system calls under both line clients: bounded waits, lines taken whole,
-// sends that neither block nor raise SIGPIPE. errno is 0 after every call that does not return -1.
+// socket_io.hpp - the system calls under the line engine: bounded waits, lines taken whole, sends
+// that neither block nor raise SIGPIPE. errno is 0 after every call that does not return -1.
 #pragma once
 
 #include <poll.h>
@@ -20,20 +20,20 @@ inline constexpr std::size_t kReplySize = 1028;
 enum : short { kReadable = POLLIN, kWritable = POLLOUT };
 
 // Waits like select() on one descriptor, of any number: 1 ready, 0 time elapsed, -1 with errno
-// (EBADF too). A negative time is none.
+// (EBADF too). A negative time counts as 0.
 int wait_for(int fd, short what, std::int64_t seconds) noexcept;
 
-// Result of a call that would have had to wait.
+// Result of a call that would block.
 inline constexpr ssize_t kNotNow = -2;
 
 enum class LineEnd { kCrLf, kLf };
 
-// What was seen on a socket behind the line taken last, and is still there: the lines of a reply
-// arrive together. For one reader on one reply, as nobody else may take from the socket meanwhile.
+// Bytes seen on a socket behind the last line taken, and still in it: the lines of a reply arrive
+// together. For one reader of one reply: nothing else may read from the socket meanwhile.
 class SeenAhead {
 public:
     SeenAhead() noexcept = default;
-    SeenAhead(const SeenAhead&) = delete;  // text_ lies in bytes_
+    SeenAhead(const SeenAhead&) = delete;  // text_ points into bytes_
     SeenAhead& operator=(const SeenAhead&) = delete;
 
     [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
@@ -50,20 +50,20 @@ private:
     std::string_view text_;
 };
 
-// Takes what has arrived of a line, at most to the end of the line and never what lies behind it.
+// Takes what has arrived of a line, never anything behind its end.
 // `line[0, filled)` holds the beginning; the rest is filled in, and what is not filled is zero.
 // Returns the bytes taken, 0 when the peer has closed, kNotNow, or -1 with errno.
-// `ahead`, which may be null, saves the look at a line that was seen before.
+// `ahead`, which may be null, saves a second look at bytes that were seen before.
 ssize_t take_line(int fd, std::span<char> line, std::size_t filled, LineEnd end,
                   SeenAhead* ahead) noexcept;
 
 // Whether line[0, filled) is complete.
 bool ends_line(std::span<const char> line, std::size_t filled, LineEnd end) noexcept;
 
-// Whether more bytes follow at once: the kernel then keeps a started segment for them.
+// Whether more bytes follow at once: the kernel then holds back an incomplete segment for them.
 enum class Follow { kNothing, kMore };
 
-// send() that returns at once (kNotNow: no room) and reports a lost peer as EPIPE only.
+// send() that returns at once (kNotNow: no room) and reports a lost peer by EPIPE, not by SIGPIPE.
 ssize_t send_some(int fd, std::span<const char> bytes, Follow follow = Follow::kNothing) noexcept;
 
 }  // namespace ovrmail::net

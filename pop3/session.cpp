@@ -1,12 +1,13 @@
 // session.cpp - the POP3 session of POP before SMTP: log in, STAT, log out. No mail is read.
 //
 // Called before the SMTP connection is opened, in the order Connect, Login, STAT, Logout; the
-// caller closes the socket. Keeps no state of its own. RFC 1939 4 to 7.
+// caller closes the socket. No state of its own. RFC 1939 4 to 7.
 #include <array>
 #include <cstring>
 
 #include "common/text.hpp"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "net/connect.hpp"
 #include "pop3.h"
 #include "pop3/transport.hpp"
@@ -76,6 +77,7 @@ using pop3::Session;
 std::int32_t Pop3_Connect(const char* host, std::uint32_t port, std::uint32_t* err,
                           TraceHandle* handle) noexcept {
     log::TraceScope trace("Pop3_0100", "Pop3_03ff", handle);
+    log::flush_log();  // the look-up and the connection may take their time
     in_addr_t address = INADDR_NONE;
     const std::int32_t rc = pop3::find_host(host != nullptr ? host : "", address, err, handle);
     if (rc != pop3::kOk) return trace.fail("Pop3_0110", rc);

@@ -1,12 +1,14 @@
 // transport.cpp - lines of a POP3 session; see transport.hpp.
 //
-// Owns g_ulPopTimeOut, the seconds that one reply line, and one command on its way out, may take.
+// Called for every command and reply of the session. Owns g_ulPopTimeOut, the seconds for one reply
+// line and for sending one command. RFC 1939 3.
 #include "pop3/transport.hpp"
 
 #include <ctime>
 
 #include "common/error_word.hpp"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "mail_log.h"
 #include "pop3.h"
 
@@ -17,8 +19,7 @@ using log::TraceScope;
 
 constexpr std::string_view kPositiveStart = "+OK";
 
-// Unlike the SMTP side every byte that arrives is given only what is left, so the time-out bounds
-// the line.
+// Unlike in SMTP every wait is only what is left, so that the time-out bounds the whole line.
 constexpr net::ReceiveRules kReplyRules{.end = net::LineEnd::kLf, .wait_shrinks = true};
 constexpr net::SendRules kSendRules{
     .empty_limit = 1, .interrupt_limit = 0, .follow = net::Follow::kNothing};
@@ -28,7 +29,7 @@ class Deadline {
 public:
     explicit Deadline(TraceHandle* trace) noexcept : trace_(trace) {}
 
-    net::Budget budget() noexcept { return {seconds_left, nullptr, this}; }
+    net::Budget budget() noexcept { return {seconds_left, nullptr, log::flush_log, this}; }
 
 private:
     static std::int64_t seconds_left(void* clock) noexcept {

@@ -34,8 +34,8 @@ struct Session {
     TraceHandle* trace;
 };
 
-// What a report that is not done is to this client, with its entry in the mail log: kTimeOut, or
-// `failure` with the error in `err`.
+// The result of a report that is not done: kTimeOut, or `failure` with the error in `err`. Writes
+// its entry in the mail log.
 Result judge(const net::Report& report, Result failure, std::uint32_t* err) noexcept;
 
 // Sends a command and logs `shown` for it. kOk, kFailed or kTimeOut.

@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install_packages.sh build test users e2e
+scripts/install_packages.sh build test package users e2e
 . scripts/compiler_cache.sh
 jobs=$(nproc)
 

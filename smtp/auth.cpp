@@ -1,7 +1,8 @@
-// auth.cpp - SMTP AUTH behind EHLO: which mechanisms both sides allow, and the three dialogues.
+// auth.cpp - SMTP AUTH after EHLO: which mechanisms both sides allow, and the three dialogues.
 //
-// A refusal goes on to the next mechanism, a transport failure ends the attempt. Credentials live
-// in areas on the stack that are wiped. RFC 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
+// Last part of opening the session. After a refusal the next mechanism is tried; a transport
+// failure ends the attempt. No state: credentials are held in stack buffers that are wiped. RFC
+// 4954, 4616 (PLAIN), 2195 (CRAM-MD5).
 #include "smtp/auth.hpp"
 
 #include "common/base64.hpp"
@@ -21,13 +22,13 @@ namespace {
 
 using log::TraceScope;
 
-// Sizes of the texts for fields that are full to the last byte, and so without a NUL.
+// Sizes of the texts for account fields that are full and therefore have no NUL.
 constexpr std::size_t kFieldMax = sizeof(MailAuthAccount::szUser);
 constexpr std::size_t kPlainSize = common::base64_length(3 * kFieldMax + 2) + 1;
 constexpr std::size_t kCramSize = common::base64_length(kFieldMax + 33) + 1;
 constexpr std::size_t kLoginSize = 256;
 
-// The account's fields as texts that surely end.
+// The account's fields as NUL-terminated texts.
 struct Credentials {
     explicit Credentials(const MailAuthAccount& account) noexcept {
         common::copy_into(user, common::bounded(account.szUser));
@@ -37,7 +38,7 @@ struct Credentials {
     Secret<kFieldMax + 1> password;
 };
 
-// One command of a dialogue, with the clock of its own; an answer other than `accepted` refuses.
+// One command of a dialogue, with the whole budget; an answer other than `accepted` is a refusal.
 std::int32_t step(int sock, const Command& command, char accepted, std::uint32_t* err) noexcept {
     SMTP_SetStartTime();
     const std::int32_t rc = exchange(sock, command, err);

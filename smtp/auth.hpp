@@ -1,4 +1,4 @@
-// auth.hpp - SMTP AUTH (RFC 4954) behind EHLO: the mechanisms, and the choice between them. A new
+// auth.hpp - SMTP AUTH (RFC 4954) after EHLO: the mechanisms, and the choice between them. A new
 // mechanism is a row of the table and a dialogue.
 #pragma once
 
@@ -16,7 +16,7 @@ std::int32_t auth_login(int sock, const MailAuthAccount& account, std::uint32_t*
 
 struct Mechanism {
     std::uint32_t bit;      // MAIL_MECH_
-    std::string_view word;  // in an AUTH line, with its leading blank; case counts
+    std::string_view word;  // in an AUTH line, with its leading blank; case-sensitive
     std::int32_t (*dialogue)(int, const MailAuthAccount&, std::uint32_t*) noexcept;
 };
 

@@ -1,5 +1,4 @@
-// blocks.hpp - a buffer that leaves in units of its own: the blocks of a mail, the header lines of
-// a piece.
+// blocks.hpp - a buffer that is sent in units: the blocks of a mail, the header lines of a piece.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +8,11 @@
 
 namespace ovrmail::smtp {
 
-// Sends `bytes` as a run of blocks of `block` bytes: the same bytes, results, clock and trace
-// records as one SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. When
-// the server takes only part, the clock restarts as the blocks go out, so each block has the whole
-// budget. Nothing to send is success. Results and error word as SMTP_send.
-// More is to follow at once, another run or the end mark: the last segment may wait for it.
+// Sends `bytes` in blocks of `block` bytes: the same bytes, results, clock and trace records as one
+// SMTP_SetStartTime and SMTP_send for each block, in far fewer system calls. The clock restarts
+// with each block, so each block has the whole budget. No bytes is success. Results and error word
+// as SMTP_send.
+// The caller sends more at once, blocks or the end mark: the last segment may wait for it.
 std::int32_t send_blocks(int sock, std::span<const char> bytes, std::size_t block,
                          std::uint32_t* err) noexcept;
 
@@ -22,8 +21,8 @@ struct TracedLine {
     std::string_view text;
 };
 
-// Sends `lines`, which must lie one behind the other in memory, as a note and one SMTP_send for
-// each would (no empty ones; the clock runs on). Results and error word as SMTP_send.
+// Sends `lines`, which must be adjacent in memory and not empty, with the trace records of a note
+// and one SMTP_send for each; the clock runs on. Results and error word as SMTP_send.
 std::int32_t send_lines(int sock, std::span<const TracedLine> lines, std::uint32_t* err) noexcept;
 
 }  // namespace ovrmail::smtp

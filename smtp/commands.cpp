@@ -1,8 +1,9 @@
 // commands.cpp - the commands of a mail transaction, in the order of a send: MAIL and RCPT, DATA,
 // end of data, RSET between the pieces of a split mail, QUIT.
 //
-// Each installs the budget of its phase, so that a slow step does not eat the next one's time.
-// RFC 5321 4.1.1.2 to 4.1.1.5 and 4.1.1.10; time-outs 4.5.3.2.
+// Each installs the budget of its phase (RSET only restarts the clock), so that a slow step does
+// not shorten the next one. State is in session_buffers.cpp and timeout.cpp only. RFC 5321 4.1.1.2
+// to 4.1.1.5 and 4.1.1.10; time-outs 4.5.3.2.
 #include "common/error_word.hpp"
 #include "common/text.hpp"
 #include "log/trace_scope.hpp"
@@ -20,7 +21,7 @@ using log::TraceScope;
 
 constexpr std::size_t kRecipientMax = 307;  // characters
 
-// What does not fit a command is refused on this side, as if the server had refused it.
+// Refuses a text that does not fit its command, as if the server had refused it.
 std::int32_t refuse(Result result, std::uint32_t* err) noexcept {
     clear_reply();
     set_error(err, 0);
@@ -64,8 +65,9 @@ std::int32_t rcpt_to(int sock, std::string_view recipient, std::uint32_t* err) n
 using namespace ovrmail;
 using log::TraceScope;
 
-// Kept: nothing is trimmed, and an empty element, also the one behind a last comma, is a recipient
-// with empty brackets. One refusal ends the transaction; whoever calls counts on all or none.
+// Kept: nothing is trimmed, an empty element of the list is a recipient with empty brackets, and
+// one refusal ends the transaction. Existing callers rely on it: all recipients get the mail or
+// none.
 std::int32_t SMTP_MAIL(std::int32_t sock, const char* sender, const char* recipients,
                        std::uint32_t* err) noexcept {
     TraceScope trace("SMTP0200-2", "SMTP02FF-2");
@@ -93,7 +95,7 @@ std::int32_t SMTP_startData(std::int32_t sock, std::uint32_t* err) noexcept {
 std::int32_t SMTP_endData(std::int32_t sock, std::uint32_t* err) noexcept {
     TraceScope trace("smtp0400", "smtp04FF");
     smtp::start_budget(g_stMailTimeout.ulEndDataTimeOut);
-    // The CR LF in front ends the last line of the message, which is sent without one.
+    // The CR LF in front ends a last line that has no line end.
     const std::int32_t rc = smtp::say(sock, "\r\n.\r\n", '2', smtp::kEndRefused, err);
     return trace.finish("smtp0410", rc);
 }
@@ -106,7 +108,7 @@ std::int32_t SMTP_RSET(std::int32_t sock, std::uint32_t* err) noexcept {
     return trace.finish("RSET0010", rc);
 }
 
-// The mail is the server's by now: what it says to QUIT, or that it says nothing, changes nothing.
+// The server has accepted the mail by now: its reply to QUIT, or no reply, changes nothing.
 std::int32_t SMTP_QUIT(std::int32_t sock, std::uint32_t* err) noexcept {
     TraceScope trace("SMTP0400-2", "SMTP04FF-2");
     smtp::start_budget(smtp::kQuitBudget);

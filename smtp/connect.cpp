@@ -1,9 +1,10 @@
 // connect.cpp - opens the connection to the mail server: the first step of the conversation.
 //
 // Installs the budget that covers greeting, EHLO and authentication too; connect() itself is not
-// bounded by it. RFC 5321 4.5.3.2.1, 4.5.4.2 (port).
+// bounded by it. No state of its own. RFC 5321 4.5.3.2.1, 4.5.4.2 (port).
 #include "net/connect.hpp"
 
+#include "log/handles.hpp"
 #include "log/trace_scope.hpp"
 #include "smtp.h"
 #include "smtp/timeout.hpp"
@@ -35,6 +36,7 @@ std::int32_t SMTP_connect(const char* server, std::uint32_t port, std::uint32_t*
     if (server == nullptr) server = "";
     trace.note("smtp0005", std::string_view(server));
     smtp::start_budget(g_stMailTimeout.ulConnectTimeOut);
+    log::flush_log();  // the look-up and the connection may take their time
 
     in_addr_t address = INADDR_NONE;
     const std::int32_t rc = smtp::find_server(server, address, err);

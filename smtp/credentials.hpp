@@ -1,4 +1,4 @@
-// credentials.hpp - base64 of the credentials, both ways, and an owner for secrets.
+// credentials.hpp - base64 of the credentials, in both directions, and an owner for secrets.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace ovrmail::smtp {
 
-// Characters on the stack that are wiped when they are no longer needed.
+// Characters on the stack that the destructor wipes.
 template <std::size_t kSize>
 class Secret : public std::array<char, kSize> {
 public:
@@ -20,12 +20,12 @@ public:
     ~Secret() { ::explicit_bzero(this->data(), kSize); }
 };
 
-// Encodes with a NUL behind. Returns the length; 0 and an empty text when it does not fit.
+// Encodes `in` and adds a NUL. Returns the length; 0 and an empty text when it does not fit.
 std::size_t to_base64(std::span<const char> in, std::span<char> out) noexcept;
 
-// Decodes `text`, from which one CR LF at the end is dropped, with a NUL behind. A character
-// outside the alphabet, or a missing one, stands for padding: in the third or fourth place of a
-// group it ends the text. Returns the number of bytes; -1 and an empty text when they do not fit.
+// Decodes `text`, without one CR LF at its end, and adds a NUL. A character that is missing or
+// outside the alphabet counts as padding: in the third or fourth place of a group it ends the text.
+// Returns the number of bytes; -1 and an empty text when they do not fit.
 std::int32_t from_base64(std::span<char> out, std::string_view text) noexcept;
 
 }  // namespace ovrmail::smtp

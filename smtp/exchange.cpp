@@ -1,5 +1,7 @@
-// exchange.cpp - the step that every command of the conversation consists of (RFC 5321 4.1, 4.2):
-// send, log, read, log. Secrets reach neither log nor trace unless a command shows them here.
+// exchange.cpp - one command and its reply (RFC 5321 4.1, 4.2): send, log, read, log.
+//
+// Every command of a conversation is sent here. Log and trace get only what the Command names for
+// them, so that no secret reaches either. No state: the reply is in session_buffers.cpp.
 #include "smtp/exchange.hpp"
 
 #include "log/entry.hpp"

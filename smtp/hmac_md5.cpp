@@ -1,4 +1,7 @@
-// hmac_md5.cpp - HMAC-MD5 (RFC 2104, block size 64): the response to a CRAM-MD5 challenge.
+// hmac_md5.cpp - HMAC-MD5 (RFC 2104 section 2, block size 64), the keyed digest of CRAM-MD5.
+//
+// Called by credentials.cpp for the response to a challenge. No state: keys and inner digest are
+// wiped before return.
 #include "smtp/hmac_md5.hpp"
 
 #include <algorithm>

@@ -1,6 +1,8 @@
 // initialize.cpp - opens the SMTP session: greeting, EHLO with its capabilities, HELO where EHLO
-// is not known, and authentication when it is asked for. Runs on the budget of the connection.
-// RFC 5321 3.1, 4.1.1.1; RFC 4954 3 (AUTH capability).
+// is refused, and authentication when it is requested.
+//
+// Second step of the conversation, on the budget of the connection. No state of its own. RFC 5321
+// 3.1, 4.1.1.1; RFC 4954 3 (AUTH capability).
 #include "smtp/initialize.hpp"
 
 #include <unistd.h>

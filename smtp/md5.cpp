@@ -1,7 +1,7 @@
 // md5.cpp - the MD5 message digest (RFC 1321), for CRAM-MD5 and for callers of the library.
 //
-// Whole blocks are hashed where they lie: neither a copy nor a decoded block is left behind. The
-// 64 steps are unrolled at compile time from the tables of the RFC.
+// Whole blocks are hashed in the caller's memory, so that no copy of them remains. The 64 steps are
+// unrolled at compile time from the tables of the RFC. No state beyond the caller's context.
 #include "md5.h"
 
 #include <algorithm>
@@ -45,8 +45,8 @@ constexpr std::array<Round, 4> kRounds{{{{7, 12, 17, 22}, 1, 0},
                                         {{4, 11, 16, 23}, 3, 5},
                                         {{6, 10, 15, 21}, 7, 0}}};
 
-// Explicit byte order: the digest is the same on every machine. Compilers make one load or store
-// of it where the machine's order is the right one.
+// Explicit byte order: the digest is the same on every machine. On little-endian machines compilers
+// make one load or store of it.
 Word load_word(const unsigned char* at) noexcept {
     return static_cast<Word>(at[0]) | static_cast<Word>(at[1]) << 8 |
            static_cast<Word>(at[2]) << 16 | static_cast<Word>(at[3]) << 24;
@@ -56,8 +56,8 @@ void store_word(unsigned char* at, Word word) noexcept {
     for (int i = 0; i < 4; ++i) at[i] = static_cast<unsigned char>(word >> (8 * i));
 }
 
-// a plus the round's function of b, c and d. The two halves of G share no bit, so their sum is
-// their union, and only one half waits for b, which the step before has just made.
+// `a` plus the round's function of b, c and d. The two halves of G have no bit in common, so they
+// can be added one by one, and only one of them waits for b, the result of the step before.
 template <std::size_t kRound>  // 0 to 3
 [[gnu::always_inline]] inline Word mix(Word a, Word b, Word c, Word d) noexcept {
     if constexpr (kRound == 0) return a + (d ^ (b & (c ^ d)));

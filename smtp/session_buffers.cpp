@@ -1,8 +1,8 @@
 // session_buffers.cpp - buffers of the SMTP conversation; see session_buffers.hpp.
 //
-// Every step of a conversation formats its command here and reads its reply here, so after a
-// refusal the refused reply line is what SMTP_GetSmtpSvResponce hands out. One conversation at a
-// time: the send entry sees to that.
+// Commands with an argument are formatted here, and every reply is read here, so that after a
+// refusal SMTP_GetSmtpSvResponce returns the refused reply line. Owns g_reply and g_command; the
+// send entry makes sure that only one conversation uses them. Replies: RFC 5321 4.2.
 #include "smtp/session_buffers.hpp"
 
 #include <array>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kDetailStart = 4;  // "250 "
 
-std::array<char, kReplySize + 1> g_reply{};  // one NUL more than a reply can fill
+std::array<char, kReplySize + 1> g_reply{};  // a reply and always a NUL
 std::array<char, kCommandSize> g_command{};
 
 }  // namespace

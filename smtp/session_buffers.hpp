@@ -15,7 +15,7 @@ inline constexpr std::size_t kCommandSize = 4104;
 // Last line of the last reply, as received.
 std::span<char, kReplySize> reply_buffer() noexcept;
 
-// The same as a text; a full buffer has no NUL of its own, one is kept behind it.
+// The same as a text: a NUL always follows the buffer.
 const char* reply_text() noexcept;
 
 // The text of the reply line from its fifth character on, behind the code and its separator.
@@ -30,7 +30,7 @@ inline bool goes_on(std::span<const char> line) noexcept {
 // Replies are judged by their first digit alone (RFC 5321 4.2.1).
 inline bool replied(char digit) noexcept { return reply_buffer().front() == digit; }
 
-// For a step refused on this side: what the server said before has nothing to do with it.
+// For a step that the library refuses itself: the server's last reply does not belong to it.
 void clear_reply() noexcept;
 
 std::span<char, kCommandSize> command_buffer() noexcept;

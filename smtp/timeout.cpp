@@ -1,8 +1,8 @@
 // timeout.cpp - time budgets of the SMTP conversation, in whole seconds, and the zone offset.
 //
 // Every step of a send installs the budget of its phase and starts the clock; each wait in between
-// is given what is left. Owns g_stMailTimeout (budgets of the phases), g_ulTimeOut (budget of the
-// running step) and g_tStartTime (when it began). RFC 5321 4.5.3.2.
+// gets the time that is left. Owns g_stMailTimeout (budgets of the phases), g_ulTimeOut (budget of
+// the running step) and g_tStartTime (when it began). RFC 5321 4.5.3.2.
 #include "smtp/timeout.hpp"
 
 #include <ctime>
@@ -34,7 +34,7 @@ time_t budget_seconds() noexcept { return static_cast<std::int32_t>(g_ulTimeOut)
 
 using BrokenDown = std::tm* (*)(const time_t*, std::tm*);
 
-// Seconds at which the local clock shows what `convert` shows of `now`.
+// The time at which the local clock shows what `convert` shows for `now`.
 time_t as_local(BrokenDown convert, time_t now) noexcept {
     std::tm parts{};
     convert(&now, &parts);
@@ -74,11 +74,11 @@ void SMTP_GetSelectTimeOut(struct timeval* tv) noexcept {
     if (tv != nullptr) *tv = {left, 0};
 }
 
-// Kept: the hour of summer time is not seen (gmtime_r says "no summer time", and mktime believes
-// it), and half hours are lost. The Date field of every mail rests on it.
+// Kept: the hour of summer time is not counted (mktime gets "no summer time" from gmtime_r), and
+// half hours are cut off. Readers of the Date field rely on this documented offset.
 std::int32_t SMTP_GetTimeDifference(void) noexcept {
     TraceScope trace("GETDIFF0000", "GETDIFFFFFF");
-    // One look at the clock: a second that passed between two would take an hour off in the west.
+    // Reads the clock once: a second between two readings would cost an hour west of Greenwich.
     const time_t now = std::time(nullptr);
     const time_t utc = as_local(::gmtime_r, now);
     const time_t local = as_local(::localtime_r, now);

@@ -10,7 +10,7 @@ namespace ovrmail::smtp {
 inline constexpr MailTimeout kDefaultBudgets = MAIL_TIMEOUT_DEFAULTS;
 inline constexpr std::uint32_t kQuitBudget = 300;
 
-// A step's budget begins: installs it and starts its clock.
+// Installs the budget of a step and starts its clock.
 void start_budget(std::uint32_t seconds) noexcept;
 
 }  // namespace ovrmail::smtp

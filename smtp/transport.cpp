@@ -1,15 +1,16 @@
-// transport.cpp - bytes out, reply lines in: every command passes here, and with blocks.cpp every
-// block of a mail.
+// transport.cpp - sends bytes and receives replies: every command passes through here, and with
+// blocks.cpp every block of a mail.
 //
-// Owns no buffer of bytes: a reply line is taken from the socket as it is needed and nothing behind
-// it, so the descriptor can be handed on at any time. All waits are bounded by the running budget.
-// RFC 5321 4.2 (replies), 4.5.3.2 (time-outs).
+// No state: a reply line is taken from the socket when it is needed, and nothing behind it, so that
+// others can use the descriptor between two calls. The running budget bounds all waits. RFC
+// 5321 4.2 (replies), 4.5.3.2 (time-outs).
 #include "smtp/transport.hpp"
 
 #include <cerrno>
 
 #include "common/error_word.hpp"
 #include "log/entry.hpp"
+#include "log/handles.hpp"
 #include "log/trace_scope.hpp"
 #include "mail_log.h"
 #include "smtp.h"
@@ -22,7 +23,8 @@ using log::TraceScope;
 
 constexpr std::int32_t kTraced = 1;  // trace flag of SMTP_send2
 
-// Kept: a byte does not shorten the wait for the next one.
+// Kept: a byte that arrives does not shorten the wait for the next one. Callers with slow servers
+// rely on this documented wait.
 constexpr net::ReceiveRules kReplyRules{.end = net::LineEnd::kCrLf, .wait_shrinks = false};
 
 std::int64_t seconds_left(void* /*clock*/) noexcept {
@@ -33,12 +35,12 @@ std::int64_t seconds_left(void* /*clock*/) noexcept {
 
 bool is_spent(void* /*clock*/) noexcept { return SMTP_CheckOverTimeOut() != kOk; }
 
-// Arguments that name no bytes fail like the call that they are for.
+// Invalid buffers fail like the system call that they are for.
 net::Report refuse(const char* call) noexcept { return net::failed(call, -1, EINVAL); }
 
 }  // namespace
 
-net::Budget running_budget() noexcept { return {seconds_left, is_spent, nullptr}; }
+net::Budget running_budget() noexcept { return {seconds_left, is_spent, log::flush_log, nullptr}; }
 
 net::SendRules send_rules(net::Follow follow) noexcept {
     return {.empty_limit = 6, .interrupt_limit = 6, .follow = follow};
@@ -79,7 +81,7 @@ using log::TraceScope;
 
 namespace {
 
-// Null or a size below 1 give an empty one, which is refused.
+// Empty for null or a size below 1; an empty line is refused.
 std::span<char> line_of(char* buf, std::int32_t size) noexcept {
     return {buf, buf != nullptr && size > 0 ? static_cast<std::size_t>(size) : 0};
 }

@@ -1,4 +1,4 @@
-// transport.hpp - what the library itself may do on the connection besides the exported calls.
+// transport.hpp - calls on the connection that only the library itself uses.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +12,11 @@ namespace ovrmail::smtp {
 // The running budget, as SMTP_SetTimeOut and SMTP_SetStartTime have set it.
 net::Budget running_budget() noexcept;
 
-// How a send is counted: see SMTP_send2.
+// The limits of a send: see SMTP_send2.
 net::SendRules send_rules(net::Follow follow) noexcept;
 
-// What a report is to this client, with its entry in the mail log and its error in `err`: kOk,
-// kTimeOut, or `failure`.
+// The result of a report: kOk, kTimeOut, or `failure`. Writes its entry in the mail log and its
+// error to `err`.
 Result judge(const net::Report& report, Result failure, std::uint32_t* err) noexcept;
 
 // SMTP_recv for the lines of one reply: what is seen of later lines is remembered in `ahead`, which

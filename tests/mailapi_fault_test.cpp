@@ -250,7 +250,7 @@ TEST(FaultyStatus, IsWholeDegradedOrMissing) {
         EXPECT_EQ(status, is_missing ? 0 : is_lost && hit_at(manager) ? 0x10101 : 0x110302);
         EXPECT_EQ(err, 0);
     };
-    each_fault(0, step, judge, {"open", "read", "fstat64", "mmap", "malloc", "close", "unlink"});
+    each_fault(0, step, judge, {"open", "read", "fstat64", "mmap", "malloc", "close"});
 }
 
 TEST(FaultyRecords, AreRewrittenWhollyOrNotAtAll) {

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <tuple>
 #include <utility>
 
@@ -111,6 +112,38 @@ TEST(SendBlocks, ClockRestartsAsBlocksGoOut) {
         EXPECT_EQ(pair.heard(), result == 0 ? bytes : bytes.substr(0, 800));
         EXPECT_EQ(trace.count("smtp0e05XXXX"), result == 0 ? 3 : 1);
         EXPECT_EQ(trace.count("smtp0e05XXXXcEEEE"), result == 0 ? 1 : 0);
+    }
+}
+
+// Records that later ones overwrite are passed over: the ring is that of one send for each block.
+TEST(SendBlocks, LeaveTheRingOfSingleSends) {
+    const TempDir dir;
+    for (const auto& [level, size_kb] : {std::pair{1U, 5U}, {2U, 5U}, {1U, 30U}, {2U, 300U}}) {
+        for (const std::size_t size : {1028U * 180U, 1028U * 180U + 1U, 1028U * 60U, 500U}) {
+            SCOPED_TRACE(testing::Message() << level << " " << size_kb << " " << size);
+            const std::string bytes(size, 'b');
+            std::string rings[2];
+            for (const bool at_once : {true, false}) {
+                Pair pair;
+                const int room = 1 << 20;
+                ::setsockopt(pair.ends[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+                const std::string path = dir.file("ring");
+                std::filesystem::remove(path);
+                g_trace = Topen(path.c_str(), size_kb, level);
+                if (at_once) {
+                    EXPECT_EQ(ovrmail::smtp::send_blocks(pair.ends[0], bytes, 1028, nullptr), 0);
+                }
+                for (std::size_t at = 0; !at_once && at < size; at += 1028) {
+                    SMTP_SetStartTime();
+                    const auto length = std::min<std::size_t>(1028, size - at);
+                    SMTP_send(pair.ends[0], bytes.data() + at, static_cast<std::int32_t>(length),
+                              nullptr);
+                }
+                Tclose(std::exchange(g_trace, nullptr));
+                rings[at_once] = read_file(path);
+            }
+            EXPECT_TRUE(rings[0] == rings[1]);
+        }
     }
 }
 

@@ -1,7 +1,7 @@
-// directory.cpp - directories: read, make with fixed owner, remove with all they hold.
+// directory.cpp - directories: read, make with fixed owner, remove with their content.
 //
-// Trace and log pruning read directories through these; DirectryMake and ExecDelDir serve the
-// rest of the agent. No function keeps state; a stream belongs to one thread at a time.
+// A send opens the trace and log directories here to prune them; the other functions serve other
+// parts of the agent. No state; a stream belongs to one thread at a time.
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
@@ -46,7 +46,7 @@ bool give_to_owner(const char* path) noexcept {
     if (::getgrnam_r(kGroup, &members, work, sizeof work, &found_group) != 0 ||
         found_group == nullptr)
         return false;
-    // The directory itself and no link that took its place; O_PATH needs no right to read it.
+    // Opens the directory itself, never a link put in its place; O_PATH needs no read permission.
     const UniqueFd made(::open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     return made.valid() && ::fchownat(made.get(), "", owner, members.gr_gid, AT_EMPTY_PATH) == 0;
 }
@@ -77,8 +77,8 @@ public:
     }
 
 private:
-    // Files go first, so that what a too-deep subdirectory leaves behind does not depend on the
-    // order of the entries.
+    // Files are removed first: what remains when a subdirectory is too deep then does not depend on
+    // the order of the entries.
     enum class Pass { kFiles, kAll };
 
     std::int32_t remove_tree(std::int32_t level) noexcept {
@@ -116,7 +116,7 @@ private:
         return kRemoved;
     }
 
-    // One that is too deep goes all the same when it is empty.
+    // An empty directory is removed even when it is too deep.
     std::int32_t remove_subdirectory(std::int32_t level) noexcept {
         const std::int32_t rc = remove_tree(level);
         return rc == kTooDeep && ::rmdir(path_) == 0 ? kRemoved : rc;
@@ -166,12 +166,18 @@ std::int32_t DirectryClose(DIR* stream) noexcept {
 }
 
 std::int32_t DirectryMake(const char* path) noexcept {
-    if (path == nullptr) return errno = EFAULT, kNotMade;
+    if (path == nullptr) {
+        errno = EFAULT;
+        return kNotMade;
+    }
     if (::mkdir(path, kDirectoryMode) != 0) return kNotMade;
     return give_to_owner(path) ? kMade : kMadeNotOwned;
 }
 
 std::int32_t ExecDelDir(const char* path, std::int32_t depth_limit) noexcept {
-    if (path == nullptr) return errno = EFAULT, kNotRemoved;
+    if (path == nullptr) {
+        errno = EFAULT;
+        return kNotRemoved;
+    }
     return TreeRemover(depth_limit).remove(path);
 }

@@ -1,6 +1,6 @@
 // file_copy.cpp - FileCopy: one file from a directory into another, the old one backed up.
 //
-// The mail path does not copy files; this serves the rest of the agent. No state.
+// A send copies no files; this serves other parts of the agent. No state.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,9 +42,9 @@ bool make_target_dir(const char* path) noexcept {
     return errno == ENOENT && DirectryMake(path) >= 0;
 }
 
-// As far as the process may: a copy that keeps its own owner is still a copy, but then it must not
-// lend that owner's rights to whoever runs it. By descriptor: the name may be somebody's link by
-// now.
+// Sets what the process may set. When the owner cannot be set, the set-user-ID and set-group-ID
+// bits are left out: a program must not run with the rights of another owner. Uses the descriptor,
+// because another process may have replaced the file by a link.
 void copy_attributes(const struct stat64& source, int to) noexcept {
     const timespec times[] = {source.st_atim, source.st_mtim};
     const bool given = ::fchown(to, source.st_uid, source.st_gid) == 0;
@@ -53,7 +53,7 @@ void copy_attributes(const struct stat64& source, int to) noexcept {
     [[maybe_unused]] const int times_set = ::futimens(to, times);
 }
 
-// The copy is never open to more than the source is, not for a moment.
+// The copy never has more permissions than the source, also while it is being written.
 bool copy_file(const char* from, const struct stat64& status, const char* to) noexcept {
     const UniqueFd source(FileOpenRead(from));
     if (!source.valid()) return false;
@@ -81,8 +81,10 @@ using namespace ovrmail::toolkit;
 
 std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char* name,
                       const char* target_name) noexcept {
-    if (source_dir == nullptr || target_dir == nullptr || name == nullptr)
-        return errno = EFAULT, kFailed;
+    if (source_dir == nullptr || target_dir == nullptr || name == nullptr) {
+        errno = EFAULT;
+        return kFailed;
+    }
     Path source;
     Path target;
     struct stat64 status {};
@@ -91,7 +93,7 @@ std::int32_t FileCopy(const char* source_dir, const char* target_dir, const char
     if (!make_target_dir(target_dir)) return kFailed;
     if (!join(target, target_dir, target_name != nullptr ? target_name : name)) return kFailed;
     FileBackUp(target);
-    // Kept: a file copied onto itself has just been renamed away, so this fails and the content
-    // stays under the back-up's name.
+    // Kept: copying a file onto itself fails, since the back-up has just renamed it, and its
+    // content stays under the back-up's name. Callers rely on this documented result.
     return copy_file(source, status, target) ? kCopied : kFailed;
 }

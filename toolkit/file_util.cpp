@@ -1,8 +1,8 @@
 // file_util.cpp - one system call each, repeated while a signal interrupts it.
 //
-// Staging, composition, the trace rings and the mail log go to files through these; the rest of
-// the agent uses them as they are. No function keeps state. Descriptors are close-on-exec and
-// take files of any size; a null path is refused with EFAULT, as the kernel would.
+// Staging, composition, the trace rings and the mail log reach their files through these; other
+// parts of the agent call them directly. No state. Descriptors are close-on-exec and take files of
+// any size; a null path is refused with EFAULT, as the kernel would.
 #include "file_util.h"
 
 #include <fcntl.h>
@@ -68,8 +68,8 @@ std::int32_t FileWrite(std::int32_t fd, const void* buffer, std::uint32_t length
 }
 
 std::int32_t FileClose(std::int32_t fd) noexcept {
-    // On Linux an interrupted close has closed. Closing again would take the descriptor away from
-    // whichever thread was given the number meanwhile.
+    // On Linux an interrupted close() has closed the descriptor. A second close() could close one
+    // that another thread has opened meanwhile under the same number.
     const int rc = ::close(fd);  // allow: the caller's own descriptor
     return rc == kFailed && errno == EINTR ? 0 : rc;
 }
@@ -114,8 +114,9 @@ std::int32_t FileBackUp(const char* path) noexcept {
 std::int32_t RenameFile(const char* old_path, const char* new_path) noexcept {
     if (old_path == nullptr || new_path == nullptr) return bad_address();
     const int rc = std::rename(old_path, new_path);
-    // Kept: the old name goes even when the rename failed, or was onto itself; callers count on
-    // its being free afterwards. errno stays that of the rename.
+    // Kept: the old name is deleted even when the rename failed or named the same file. Log
+    // rotation and existing callers rely on the old name being free. errno stays that of the
+    // rename.
     const ErrnoKeeper keep;
     ::unlink(old_path);
     return rc;

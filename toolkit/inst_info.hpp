@@ -1,11 +1,13 @@
-// inst_info.hpp - the installation records in the files: which key is which field, and how it is
-// written. Shared by the getters and the setters.
+// inst_info.hpp - the installation records in the files: which key holds which field. Shared by the
+// getters and the setters.
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
+#include "common/error_word.hpp"
 #include "inst_info.h"
 
 namespace ovrmail::toolkit {
@@ -15,6 +17,12 @@ enum InstInfoResult : std::int32_t {
     kInfoNotOpened = -1,
     kInfoMissingOrNotWritten = -2
 };
+
+// The result for a missing record.
+inline std::int32_t refuse_null(std::uint32_t* err) noexcept {
+    common::set_error(err, EINVAL);
+    return kInfoNotOpened;
+}
 
 inline constexpr const char* kProductSection = "Tarvello_CurrentVersion";
 inline constexpr const char* kSettingsSection = "korvantaQX";

@@ -1,13 +1,11 @@
-// inst_info_read.cpp - reads the installation records, and judges the management product's age.
+// inst_info_read.cpp - reads the installation records, and checks the management product's version.
 //
-// The status query reads both records; the rest of the agent calls the getters as it likes.
-// Numbers are hexadecimal texts, with or without "0x". A file that is missing reads as empty, so
-// it shows as a missing key. No state.
-#include <cerrno>
+// The status query reads both records; other parts of the agent call the getters directly. Numbers
+// are hexadecimal texts, with or without "0x". A missing file counts as empty, so its keys are
+// reported as missing. No state.
 #include <cstring>
 #include <span>
 
-#include "common/error_word.hpp"
 #include "common/paths.hpp"
 #include "common/text.hpp"
 #include "toolkit/inst_info.hpp"
@@ -62,7 +60,7 @@ void set_manager_directories(MailInstInfo& info) noexcept {
 using namespace ovrmail::toolkit;
 
 std::int32_t Info_GetDovrinInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     const ProfilePtr agent = open_profile(paths::kAgentRecord, kReadOnly, err);
     if (agent == nullptr) return kInfoNotOpened;
     std::memset(info, 0, sizeof *info);
@@ -78,7 +76,7 @@ std::int32_t Info_GetDovrinInstInfo(MailInstInfo* info, std::uint32_t* err) noex
 }
 
 std::int32_t Info_GetKorvantaInstInfo(MailInstInfo* info, std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     const ProfilePtr manager = open_profile(paths::kManagerRecord, kReadOnly, err);
     if (manager == nullptr) return kInfoNotOpened;
     if (!read_keys(*manager, kVersionKeys, *info)) return kInfoMissingOrNotWritten;

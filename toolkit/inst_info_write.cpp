@@ -1,8 +1,8 @@
 // inst_info_write.cpp - writes settings of the installation records.
 //
-// Called by the rest of the agent only. The DM keys are written with prefix and eight digits, the
-// QXACS keys as bare hexadecimal digits; readers take both. Each file is rewritten wholly or left
-// as it was, see rewrite.hpp. No state.
+// A send does not call it; other parts of the agent do. The DM keys are written with "0x" and eight
+// digits, the QXACS keys as hexadecimal digits alone; readers take both. Each file is rewritten
+// wholly or left as it was, see rewrite.hpp. No state.
 #include <array>
 #include <cerrno>
 #include <span>
@@ -29,8 +29,8 @@ public:
     RecordWriter(const RecordWriter&) = delete;
     RecordWriter& operator=(const RecordWriter&) = delete;
 
-    // A record that is there but cannot be read counts as not opened: written back, it would hold
-    // the new settings alone.
+    // A file that exists but cannot be read counts as not opened: written back, it would hold only
+    // the new settings.
     [[nodiscard]] bool opened() const noexcept {
         if (profile_ == nullptr) return false;
         if (profile_->read_error != 0) set_error(err_, profile_->read_error);
@@ -84,14 +84,14 @@ std::int32_t write_settings(const MailInstInfo& info, std::uint32_t* err) noexce
 using namespace ovrmail::toolkit;
 
 std::int32_t Info_SetDovrinInstInfo(const MailInstInfo* info, std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     const std::int32_t rc = write_addon(info->ulAddon, err);
     return rc == kInfoOk ? write_settings(*info, err) : rc;
 }
 
 std::int32_t Info_SetDovrinStartType(MailInstInfo* info, std::uint32_t start_type,
                                      std::uint32_t* err) noexcept {
-    if (info == nullptr) return set_error(err, EINVAL), kInfoNotOpened;
+    if (info == nullptr) return refuse_null(err);
     info->ulStartType = start_type;
     info->ulCompanionMajorVersion = info->ulMajorVersion;
     info->ulCompanionMinorVersion = info->ulMinorVersion;

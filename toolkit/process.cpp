@@ -1,6 +1,6 @@
 // process.cpp - commands through the shell, and shared libraries loaded by name.
 //
-// The mail path uses none of them; they serve the rest of the agent. No state.
+// A send uses none of them; they serve other parts of the agent. No state.
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -18,8 +18,9 @@ constexpr int kShellNotFound = 127;
 std::int32_t ExecCommand(const char* command) noexcept {
     if (command == nullptr) return kFailed;
     const int status = std::system(command);  // NOLINT(cert-env33-c): the purpose of the call
-    // Kept: compared with the raw wait status, not with the exit code in it. A command that the
-    // shell does not find (exit code 127) thus counts as run, as every failing command does.
+    // Kept: the raw wait status is compared, not the exit code in it, so a command that the shell
+    // does not find (exit code 127) counts as run, like any failing command. Callers rely on this
+    // documented result.
     return status < 0 || status == kShellNotFound ? kFailed : 0;
 }
 

@@ -78,8 +78,8 @@ ProfileSection* find_section(const MailProfile& profile, std::string_view name) 
 // Takes lines off `lines` up to and including the next one that holds a key. False at the end.
 bool next_key(std::string_view& lines, ProfileKey& key) noexcept;
 
-// Com_GetPrivateProfileInt before it is brought into 32 bits: what counts of a value (11
-// characters) fits this type, so a number out of range is seen as one.
+// Com_GetPrivateProfileInt without the limit to 32 bits. Only the first 11 characters of a value
+// count, which always fit this type, so that the caller sees a number that is out of range.
 std::int64_t profile_number(const MailProfile& profile, const char* section, const char* key,
                             std::int32_t fallback) noexcept;
 

@@ -1,8 +1,8 @@
-// profile_read.cpp - opening profiles and looking values up.
+// profile_read.cpp - opens profiles and looks values up.
 //
-// Trace and log settings, the mail options and the installation records are read here. The file
-// is taken with one read and indexed in place: names and values stay where they were read.
-// Owns nothing beyond the profile it returns; several threads may use profiles of their own.
+// A send reads its trace and log settings and the mail options here, the status query the
+// installation records. The file is read at once and indexed in place: names and values stay where
+// they were read. No state beyond the profile it returns; each thread may use its own profile.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,8 +49,8 @@ bool load_open(int fd, std::size_t expected, MailProfile& profile, std::size_t& 
     }
 }
 
-// The whole file into profile.text; what cannot be opened or read is empty. False when memory runs
-// out.
+// Reads the whole file into profile.text; a file that cannot be opened or read counts as empty.
+// False when memory runs out.
 bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
     const UniqueFd fd = open_at_once(path, O_RDONLY);
     struct stat64 status {};
@@ -58,16 +58,16 @@ bool load(const char* path, MailProfile& profile, std::size_t& size) noexcept {
         if (errno != ENOENT && errno != ENOTDIR) profile.read_error = errno;
         return true;
     }
-    // Anything else, which may never end, is no profile.
+    // Only a regular file is a profile: another kind of file may never end.
     if (!S_ISREG(status.st_mode)) return true;
-    // Files of /proc call themselves empty. More than an address space holds is no memory, not a
-    // part of the file.
+    // Files in /proc report a size of 0. A file larger than the address space is never read in
+    // part: the allocation fails.
     const auto expected =
         std::min<std::uint64_t>(static_cast<std::uint64_t>(status.st_size), SIZE_MAX);
     return load_open(fd.get(), static_cast<std::size_t>(expected), profile, size);
 }
 
-// Takes the next line off `rest`, without its line feed.
+// Removes the next line from `rest` and returns it without its line feed.
 std::string_view next_line(std::string_view& rest) noexcept {
     const std::size_t limit = std::min(rest.size(), kPieceSize);
     const auto* const feed = static_cast<const char*>(std::memchr(rest.data(), '\n', limit));
@@ -78,13 +78,13 @@ std::string_view next_line(std::string_view& rest) noexcept {
     return line;
 }
 
-// What counts of a line: all before a CR, and before a NUL, which ends any text.
+// The part of a line that counts: everything before the first CR or NUL.
 std::string_view cut_line(std::string_view line) noexcept {
     line = line.substr(0, line.find('\r'));
     return line.substr(0, line.find('\0'));
 }
 
-// Whether `line` is a section header; `name` is then what stands between the brackets.
+// Whether `line` is a section header; `name` is then the text between the brackets.
 bool is_header(std::string_view line, std::string_view& name) noexcept {
     const std::size_t start = line.find_first_not_of(' ');
     if (start == std::string_view::npos || line[start] != '[') return false;
@@ -106,7 +106,7 @@ bool index_sections(std::string_view rest, MailProfile& profile) noexcept {
             continue;
         }
         section = nullptr;
-        if (name.size() > kProfileNameMax) continue;  // its keys are not those of the one before
+        if (name.size() > kProfileNameMax) continue;  // its keys are ignored
         section = profile.arena.make<ProfileSection>(name, rest.substr(0, 0));
         if (section == nullptr) return false;
         profile.append(section);
@@ -155,7 +155,8 @@ std::int64_t profile_number(const MailProfile& profile, const char* section, con
                             std::int32_t fallback) noexcept {
     constexpr std::size_t kDigits = 11;  // what of a value counts
     std::string_view text = find_value(&profile, section, key);
-    // Kept: a missing key gives 0 for a negative default, an empty value the default itself.
+    // Kept: a missing key gives 0 for a negative default, an empty value gives the default itself.
+    // Callers rely on this documented result.
     if (!has_text(text)) return std::max(fallback, 0);
     if (text.empty()) return fallback;
     text = text.substr(0, kDigits);
@@ -170,7 +171,7 @@ bool next_key(std::string_view& lines, ProfileKey& key) noexcept {
     while (!lines.empty()) {
         const std::string_view line = cut_line(next_line(lines));
         const std::size_t equals = line.find('=');
-        // Blanks in front belong to the name; they only do not hide a comment or a bracket.
+        // Blanks in front of a name belong to it; a comment or a bracket may follow blanks.
         if (equals == std::string_view::npos || equals == 0 || equals > kProfileNameMax) continue;
         const char first = line[line.find_first_not_of(' ')];
         if (first == ';' || first == '[') continue;

@@ -1,8 +1,8 @@
-// profile_write.cpp - changing profiles and writing them back.
+// profile_write.cpp - changes profiles and writes them back.
 //
-// The setters of the installation records come through here. Changes work on the copy in memory;
-// a change that runs out of memory marks the profile, and closing it then writes nothing.
-// The file is rewritten by rewrite_file(), wholly or not at all.
+// A send changes no profile; the setters of the installation records do. Changes are made to the
+// copy in memory; a change that runs out of memory marks the profile, and closing it then writes
+// nothing. rewrite_file() rewrites the file, wholly or not at all. No state beyond the profile.
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -98,8 +98,7 @@ std::int32_t change_key(MailProfile& profile, ProfileSection& section, std::stri
     return kDone;
 }
 
-// Calls put(text) for every stretch of the file as it is written back. Sections without keys are
-// left out.
+// Calls put(text) for each part of the file in order. Sections without keys are left out.
 template <class Put>
 void for_each_stretch(const MailProfile& profile, Put put) noexcept {
     const std::string_view line_end = (profile.flags & kProfileCrLf) != 0 ? "\r\n" : "\n";

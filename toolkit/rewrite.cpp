@@ -1,7 +1,8 @@
-// rewrite.cpp - replaces what a small file holds; see rewrite.hpp.
+// rewrite.cpp - replaces the content of a small file; see rewrite.hpp.
 //
-// Writing beside the file and renaming would survive a crash as well, but the new file would
-// belong to whoever writes it, and hard and symbolic links would part from it.
+// Changed profiles are written with it; a send writes none. The file is written in place: a new
+// file renamed over it would also survive a crash, but it would belong to the user who writes it,
+// and hard and symbolic links would no longer lead to it. No state.
 #include "toolkit/rewrite.hpp"
 
 #include <fcntl.h>
@@ -32,7 +33,7 @@ int write_at_once(int fd, std::string_view content) noexcept {
     return static_cast<std::size_t>(written) == content.size() ? 0 : ENOSPC;
 }
 
-// A file system without reservations says so and is written to all the same.
+// A file system that cannot reserve space reports this; the file is then written without.
 int reserve(int fd, off64_t size) noexcept {
     const int rc =
         retry_eintr(kNoLimit, [&] { return ::fallocate64(fd, FALLOC_FL_KEEP_SIZE, 0, size); });
@@ -43,7 +44,7 @@ int resize(int fd, off64_t size) noexcept {
     return retry_eintr(kNoLimit, [&] { return ::ftruncate64(fd, size); }) == 0 ? 0 : errno;
 }
 
-// What the rewriting of a regular file may destroy, kept in memory until it has succeeded.
+// The bytes that rewriting may destroy, kept in memory until it has succeeded.
 class OldContent {
 public:
     // Takes the first `size` bytes. Returns 0 or errno.
@@ -63,7 +64,7 @@ public:
         return 0;
     }
 
-    // Puts it back as far as possible; the failure that led here is what the caller reports.
+    // Puts them back as far as possible. The caller reports the failure that came first.
     void restore(int fd, off64_t file_size) noexcept {
         for (std::size_t done = 0; done < size_;) {
             const ssize_t put = retry_eintr(kNoLimit, [&] {

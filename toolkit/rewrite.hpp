@@ -1,13 +1,13 @@
-// rewrite.hpp - replaces what a small file holds, wholly or not at all.
+// rewrite.hpp - replaces the content of a small file, wholly or not at all.
 #pragma once
 
 #include <string_view>
 
 namespace ovrmail::toolkit {
 
-// Makes `content` all that the file at `path` holds; a missing file is created (0644 less the
+// Replaces the content of the file at `path` by `content`; a missing file is created (0644 less the
 // umask). The file keeps its owner, mode and links: it is written in place. Returns 0, or errno
-// with the old content back in place, as far as the disk still takes it:
+// after putting the old content back as far as the disk allows:
 //   - anything but a regular file is refused (EINVAL);
 //   - memory and disk space are claimed before the first byte is changed;
 //   - a write that fails or falls short (ENOSPC) is undone from memory.

@@ -26,7 +26,7 @@ std::string directory(std::string format) {
 }  // namespace
 
 std::string pattern_of_rings() {
-    return directory(paths::kTraceDirFormat) + "/" + paths::kSendRing + "*.trc";
+    return directory(paths::kTraceDirFormat) + "/" + paths::kSendRingPrefix + "*.trc";
 }
 
 std::vector<std::string> matching(const std::string& pattern) {
@@ -73,7 +73,7 @@ std::vector<std::string> siblings_of(const std::string& ring) {
 }
 
 std::string log_of(int process) {
-    return directory(paths::kLogDirFormat) + "/" + paths::kMailLog + std::to_string(process) +
+    return directory(paths::kLogDirFormat) + "/" + paths::kMailLogPrefix + std::to_string(process) +
            ".log";
 }
 

@@ -146,13 +146,14 @@ constexpr Source kSources[] = {
      {{"CHANGE0060", "map_result", kWrong, kNumber, "a code that has no result"}}},
 
     {"mailapi/send_driver.cpp",
-     {{"EMAILAPI0000", "EMAILAPIFFFF", "run", kResult, "the steps of the send"}},
+     {{"EMAILAPI0000", "EMAILAPIFFFF", "OvRm_SendEMailPartial_parts", kResult,
+       "the steps of the send"}},
      {{"EMAILAPI1020", "authenticate", kCarry, kResult, "the authentication option"},
       {"EMAILAPI1030", "authenticate", kCarry, kResult, "POP before SMTP"},
       {"EMAILAPI1040", "authenticate", kCarry, kResult, "the account of SMTP AUTH"},
       {"EMAILAPI1010", "prepare", kCarry, kCode, "reading rmmail.ini"},
       {"EMAILAPI2010", "send_mail", kCarry, kResult, "the prepared message"},
-      {"EMAILAPI00FF", "run", kCarry, kResult, "the steps of the send"}}},
+      {"EMAILAPI00FF", "OvRm_SendEMailPartial_parts", kCarry, kResult, "the steps of the send"}}},
 
     {"mailapi/send_entry.cpp",
      {{"SNDEMAIL0000", "ACERTFFFF", "OvRm_SendEMail", kResult, "OvRm_SendEMail"}},

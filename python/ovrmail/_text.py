@@ -13,9 +13,9 @@ from ._errors import E_ARGUMENT, bad_argument
 ADDRESS_MAX = 256  # bytes: sender, server, all recipients with their commas
 
 # Code points that Japanese input methods produce on some systems for characters whose JIS X 0208
-# mapping names another one.
-_TWINS = str.maketrans("\uff5e\uff0d\u2225\uffe0\uffe1\uffe2",
-                       "\u301c\u2212\u2016\u00a2\u00a3\u00ac")
+# mapping names another one; yen sign and overline, which Shift_JIS has in place of "\\" and "~".
+_TWINS = str.maketrans("\uff5e\uff0d\u2225\uffe0\uffe1\uffe2\u00a5\u203e",
+                       "\u301c\u2212\u2016\u00a2\u00a3\u00ac\uffe5\uffe3")
 _NOT_IN_ISO_2022_JP = re.compile("[\0\x1b\uff61-\uff9f]")
 _NOT_IN_ADDRESS = re.compile("[^ -~]|[<>]")
 _NOT_IN_FIELD = re.compile("[^!-~]")

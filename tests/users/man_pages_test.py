@@ -80,6 +80,17 @@ class Pages(unittest.TestCase):
             with self.subTest(header=header):
                 self.assertEqual(declared, documented.get(header, set()))
 
+    def test_every_argument_is_named_in_its_comment(self):
+        for path in (SOURCE / "include").glob("*.h"):
+            comment = ""
+            for said, name, arguments in re.findall(
+                    r"/\*(.*?)\*/|MAIL_API[^;]*?(\w+)\(([^;]*)\) MAIL_NOEXCEPT;",
+                    path.read_text(), re.S):
+                comment = said or comment
+                named = set(re.findall(r"\w+", comment.partition(" - ")[2]))
+                wanted = set(re.findall(r"(\w+)(?:\[\d+\])?(?:,|$)", arguments)) - {"void"}
+                self.assertEqual(wanted - named, set(), f"{path.name}: {name}")
+
     def test_names_of_a_page_are_the_functions_of_its_synopsis(self):
         exported = set(re.findall(r"^\s+(\w+);", (SOURCE / "cmake/exports.map").read_text(), re.M))
         described = set()
@@ -167,9 +178,20 @@ class Tool(unittest.TestCase):
 
 class Readme(unittest.TestCase):
     def test_links_lead_somewhere(self):
-        for document in (SOURCE / "README.md", SOURCE / "CONTRIBUTING.md"):
+        for document in (SOURCE / "README.md", SOURCE / "CONTRIBUTING.md",
+                         SOURCE / "docs/security.md"):
             for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
                 self.assertTrue((document.parent / target).exists(), f"{document.name}: {target}")
+
+    def test_security_page_names_tests_that_exist(self):
+        tests = "".join(path.read_text() for path in (SOURCE / "tests").rglob("*.*")
+                        if path.suffix in (".cpp", ".py"))
+        known = set(re.findall(r"\bdef (test_\w+)", tests)) | {
+            ".".join(case) for case in re.findall(r"\bTEST(?:_[FP])?\((\w+), (\w+)\)", tests)}
+        told = re.findall(r"`(test_\w+|[A-Z]\w+\.[A-Z]\w+)`",
+                          (SOURCE / "docs/security.md").read_text())
+        self.assertGreater(len(told), 30)
+        self.assertEqual(set(told) - known - {"Suite.Name", "test_name"}, set())
 
     def test_program_is_the_tested_example(self):
         code = (SOURCE / "README.md").read_text().split("```c\n")[1].split("```")[0]

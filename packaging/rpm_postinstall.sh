@@ -1,0 +1,3 @@
+#!/bin/sh
+/usr/libexec/libovrmail1/make-directories
+/sbin/ldconfig
