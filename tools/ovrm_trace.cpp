@@ -94,8 +94,7 @@ bool print_all(const Options& options, std::vector<Source>& sources, Report& rep
     for (std::size_t i = 0; i < sources.size(); ++i) {
         report.begin_stream();
         report.add_verdicts(rings[i], sources[i].origin());
-        for (const Call& call : rings[i])
-            for (const Item& item : call.items) report.add(item, sources[i].origin());
+        for (const Call& call : rings[i]) report.add(call, sources[i].origin());
     }
     report.begin_stream();
     for (const LogLine& line : others) report.add(line, {});

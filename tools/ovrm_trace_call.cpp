@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "ovrm_trace_points.hpp"
+
 namespace ovrm_trace {
 namespace {
 
@@ -16,6 +18,23 @@ constexpr std::string_view kQueryBegins = "STATUS0000";
 constexpr std::string_view kSendEnds = "ACERTFFFF";
 constexpr std::string_view kQueryEnds = "STATUSFFFF";
 constexpr std::string_view kEnds[] = {kSendEnds, kQueryEnds, "EMAILAPIFFFF", "EMAILAPI00FF"};
+
+// Whether both are records, of one step that ended well.
+bool is_step(const Item& entry, const Item& exit) {
+    const Record* const first = as_record(entry);
+    const Record* const last = as_record(exit);
+    if (first == nullptr || last == nullptr) return false;
+    const Meaning* const begin = meaning_of(first->point);
+    const Meaning* const end = meaning_of(last->point);
+    return begin != nullptr && begin->role == Role::kEntry && end != nullptr &&
+           end->role == Role::kExit && begin->text == std::string_view(end->text) &&
+           number(*last).value_or(0) >= 0;
+}
+
+bool is_whole(const Item& item) {
+    const Record* const record = as_record(item);
+    return record != nullptr && record->whole;
+}
 
 }  // namespace
 
@@ -52,6 +71,18 @@ bool has_ended(const Call& call) {
     const std::string_view last = as_record(call.items.back())->point;
     const bool only_steps = first != nullptr && first->point == kStepsBegin;
     return only_steps || last == kSendEnds || last == kQueryEnds;
+}
+
+std::vector<Item> in_brief(const std::vector<Item>& items) {
+    std::vector<Item> brief;
+    for (const Item& item : items) {
+        const std::size_t inside = !brief.empty() && is_whole(brief.back()) ? 2 : 1;
+        const bool whole = brief.size() >= inside && is_step(brief[brief.size() - inside], item);
+        if (whole) brief.resize(brief.size() - inside);
+        brief.push_back(item);
+        if (whole) std::get<Record>(brief.back()).whole = true;
+    }
+    return brief;
 }
 
 Span span_of(const Call& call) {

@@ -35,6 +35,10 @@ std::optional<std::size_t> end_of(const Call& call);
 // Whether the call ends with its last record.
 bool has_ended(const Call& call);
 
+// Without what adds nothing for a reader: a step that ended well, and in which nothing happened or
+// one such step, is its exit alone.
+std::vector<Item> in_brief(const std::vector<Item>& items);
+
 // The time of the first and of the last record.
 struct Span {
     std::time_t first;

@@ -442,6 +442,13 @@ Data data_of(const Meaning& meaning, std::size_t n) {
     return meaning.data;
 }
 
+std::string part_of(const Meaning& meaning, std::size_t n) {
+    constexpr const char* kCall[] = {"",           "socket",   "error", "sender",
+                                     "recipients", "boundary", "piece", "pieces"};
+    if (meaning.data != kOfCall || n % std::size(kCall) == 0) return {};
+    return std::string(", ") + kCall[n % std::size(kCall)];
+}
+
 Ending ending_of(Data data, std::int32_t code) {
     const auto* const found =
         std::find_if(std::begin(kEndings), std::end(kEndings), [=](const CodeRange& range) {

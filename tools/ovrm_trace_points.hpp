@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace ovrm_trace {
@@ -53,6 +54,9 @@ inline bool is_failure(Role role) {
 
 // What the n-th of several records with one point holds, counted from 0.
 Data data_of(const Meaning& meaning, std::size_t n);
+
+// What that is called behind a comma: ", sender". Empty for the code, which needs no name.
+std::string part_of(const Meaning& meaning, std::size_t n);
 
 // How the step ended that a code of the clients tells of.
 enum class Ending {

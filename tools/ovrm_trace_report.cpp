@@ -42,6 +42,11 @@ void Report::add_verdicts(const std::vector<Call>& calls, const Origin& ring) {
     verdicts_ += shown(before, ring, options_.form);
 }
 
+void Report::add(const Call& call, const Origin& ring) {
+    const bool brief = options_.form == Form::kPlain && options_.prefix.empty();
+    for (const Item& item : brief ? in_brief(call.items) : call.items) add(item, ring);
+}
+
 void Report::add(const Item& item, const Origin& ring) {
     if (const LogLine* const line = as_line(item)) {
         time_ = std::max(time_, static_cast<std::uint64_t>(line->time));

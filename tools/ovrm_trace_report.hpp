@@ -21,6 +21,9 @@ public:
     // The items that follow are of another ring, or of the log alone.
     void begin_stream() { time_ = 0; }
 
+    // The items of a call, in brief in the plain form.
+    void add(const Call& call, const Origin& ring);
+
     // A record is shown when its point begins as the options want it.
     void add(const Item& item, const Origin& ring);
 

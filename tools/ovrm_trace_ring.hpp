@@ -17,6 +17,7 @@ struct Record {
     std::size_t at = 0;    // offset in the file at which the record starts
     std::size_t nth = 0;   // how many records with the same point stand directly in front
     bool swapped = false;  // written by a machine of the other byte order
+    bool whole = false;    // the exit of a step, and in place of its entry too: see in_brief()
 };
 
 // The data as a number, of records with 4 bytes.

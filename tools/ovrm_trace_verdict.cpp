@@ -35,10 +35,20 @@ std::string failure_at(std::string_view point, const Items& items) {
     return end == 0 ? "" : Failure(items, end).text();
 }
 
+// " in 7 pieces", as the mail log knows; empty for a whole mail.
+std::string in_pieces(const Items& items) {
+    const auto pieces = std::count_if(items.begin(), items.end(), [](const Item& item) {
+        const LogLine* const line = as_line(item);
+        return line != nullptr && line->entry == Entry::kSent && said(*line) == "DATA";
+    });
+    return pieces > 1 ? " in " + std::to_string(pieces) + " pieces" : "";
+}
+
 std::string accepted(const Items& items) {
     const std::size_t end = behind(kAccepted, items);
     const std::string reply = end == 0 ? "" : reply_before(items, end - 1);
-    return reply.empty() ? "sent: the server has the mail" : "sent; the server said: " + reply;
+    const std::string sent = "sent" + in_pieces(items);
+    return sent + (reply.empty() ? ": the server has the mail" : "; the server said: " + reply);
 }
 
 std::string why_unauthenticated(const Items& items) {

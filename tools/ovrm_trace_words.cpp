@@ -44,12 +44,12 @@ const char* message_of(Data data, std::int32_t error) {
     return is_resolver ? ::hstrerror(error) : std::strerror(error);
 }
 
-const char* role_words(Role role) {
+const char* role_words(Role role, bool whole) {
     switch (role) {
         case Role::kEntry:
             return "begin: ";
         case Role::kExit:
-            return "end: ";
+            return whole ? "done: " : "end: ";
         case Role::kWrong:
             return "wrong: ";
         case Role::kStep:
@@ -82,7 +82,8 @@ bool fits(const Meaning& meaning, const Record& record) {
 }
 
 std::string record_words(const Meaning& meaning, const Record& record) {
-    const std::string words = std::string(role_words(meaning.role)) + meaning.text;
+    const std::string words = std::string(role_words(meaning.role, record.whole)) + meaning.text +
+                              part_of(meaning, record.nth);
     const Data data = data_of(meaning, record.nth);
     const auto value = number(record);
     return is_number(data) && value ? words + ": " + number_words(data, *value) : words;
