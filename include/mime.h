@@ -15,9 +15,10 @@
  * Arguments of several functions:
  *   fd    composition file; stays open, whatever happens, and belongs to the caller
  *   sock  descriptor from SMTP_connect; stays open, whatever happens, and belongs to the caller
- *   err   null, or out: errno of the failing call, ENOSPC for a write that was cut short, EINVAL
- *         (22) for a body, attachment or prepared file that is not a regular file, EIO for a file
- *         that has become shorter while it was sent
+ *   err   null, or out: errno of the failing call, ENOSPC for a write that was cut short, for a
+ *         body, attachment or prepared file EISDIR (21) where it is a directory and EINVAL (22)
+ *         where it is no regular file either, EIO for a file that has become shorter while it was
+ *         sent
  * A null text counts as empty. Nothing written before a failure is removed: the caller discards the
  * file. Memory belongs to the caller.
  *
