@@ -98,9 +98,7 @@ TEST_F(Profile, Numbers) {
         {"k=          12", 3, 1, 3},  // eleven characters count
         {"k=99999999999", 3, INT_MAX, static_cast<int>(0x99999999)},
         {"k=0x1F", 3, 0, 31},
-        {"k=1f", 3, 1, 31},
         {"k=0X1F", 3, 0, 3},
-        {"k=12 ", 3, 12, 3},
         {"k=0x", 3, 0, 0},
         {"k=0x0x1", 3, 0, 3},
         {"k=ffffffff", 3, 0, -1},

@@ -234,6 +234,7 @@ TEST(TraceConfig, SettingsOfASection) {
     } cases[] = {
         {"", {0, 6, 2, 3}, {100, 0}},
         {"[ACERT]\nTRACESIZE=9\nTRACELEVEL=7\nTRACENUM=0\n", {0, 9, 7, 0}, {9, 2}},
+        {"[ACERT]\nTRACELEVEL=0\n", {0, 6, 0, 3}, {100, 0}},
         {"[AGETS]\nTRACESIZE=9\n", {0, 6, 2, 3}, {100, 0}},
         {"[ACERT]\nTRACESIZE=0\nTRACELEVEL=1\n", {-1, 6, 2, 3}, {0, 1}},
         {"[ACERT]\nTRACELEVEL=-1\nTRACENUM=9\n", {-1, 6, 2, 3}, {100, 2}},
