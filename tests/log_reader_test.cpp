@@ -21,6 +21,7 @@
 namespace fs = std::filesystem;
 using ovrm_trace::read_ring;
 using support::read_file;
+using support::word;
 using support::write_file;
 
 namespace {
@@ -50,12 +51,12 @@ TEST_F(Reader, DamagedFiles) {
         {"empty", "", "the file is empty", 0},
         {"three bytes", "abc", "too short", 0},
         {"blank", std::string(8192, '\0'), "damaged header", 0},
-        {"offset in the header", std::string("\3\0\0\0", 4) + good.substr(4), "damaged header", 9},
+        {"offset in the header", word(3) + good.substr(4), "damaged header", 9},
         {"offset beyond the end", std::string(4, 'x') + good.substr(4), "damaged header", 9},
-        {"no records", std::string("\4\0\0\0", 4) + std::string(8188, '\0'), "", 0},
+        {"no records", word(4) + std::string(8188, '\0'), "", 0},
         {"cut short", good.substr(0, 1000), "cut short", 9},
         {"one byte broken", std::string(good).replace(5, 1, "!"), "", 8},
-        {"only markers", std::string("\4\0\0\0", 4) + std::string(8188, 'S'), "", 0},
+        {"only markers", word(4) + std::string(8188, 'S'), "", 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -114,7 +115,7 @@ TEST_F(Reader, CommandPrintsAndMerges) {
     write(trace, "MAIL0000", "");
     write(trace, "MAIL0010", "250 a \"long\" \x80 line");
     clock.now += 2;
-    write(trace, "RSETFFFF", std::string("\xe5\xff\xff\xff", 4));
+    write(trace, "RSETFFFF", std::string("\xe5\xff\xff\xe5", 4));
     Tclose(trace);
 
     const Output text = run("--mail-log " + log + " " + path);
@@ -126,13 +127,13 @@ TEST_F(Reader, CommandPrintsAndMerges) {
                   "|ine|\n"
                   "2027-01-15 08:00:01 log [7] Dovrin E-Mail\n"
                   "2027-01-15 08:00:01 log R: 5\\x1b[1m \"x\"\n"
-                  "2027-01-15 08:00:02 RSETFFFF         e5 ff ff ff |....| -27\n"
+                  "2027-01-15 08:00:02 RSETFFFF         e5 ff ff e5 |....| -436207643\n"
                   "2027-01-15 08:00:02 log END\n");
     EXPECT_EQ(text.status, 0);
     EXPECT_EQ(run("--json --grep RSET " + path).output,
               R"({"source":"ring","file":")" + path +
                   R"(","time":1800000002,"local":"2027-01-15T08:00:02+0000","point":"RSETFFFF",)"
-                  R"("data":"e5ffffff","ascii":"....","number":-27})"
+                  R"("data":"e5ffffe5","ascii":"....","number":-436207643})"
                   "\n");
     const std::string other = dir.file("acert1-3.trc");
     fs::copy_file(path, other);

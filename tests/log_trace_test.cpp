@@ -21,17 +21,12 @@
 namespace fs = std::filesystem;
 using ovrm_trace::Record;
 using support::read_file;
+using support::word;
 using support::write_file;
 
 namespace {
 
 constexpr std::size_t kRing = 8192;
-
-std::string word(std::uint32_t value) {
-    std::string bytes(4, '\0');
-    std::memcpy(bytes.data(), &value, 4);
-    return bytes;
-}
 
 std::string ring_with(std::uint32_t offset, std::size_t size = kRing, char fill = 'r') {
     return word(offset) + std::string(size - 4, fill);
@@ -106,8 +101,8 @@ TEST_P(Trace, RandomRecordsAreReadBack) {
 
 TEST_P(Trace, ForgedHeadInDataIsData) {
     TraceHandle* const trace = open();
-    write(trace, "FORGE0010", std::string("EEEESSSS\1\2\3\4\0\0\0\0FAKE0000EEEE", 28));
-    write(trace, "FORGE0020", std::string("SSSS\1\2\3\1\0\0\0\0FAKE0000XXXX", 24));
+    write(trace, "FORGE0010", "EEEESSSS" + word(0x04030201) + word(0) + "FAKE0000EEEE");
+    write(trace, "FORGE0020", "SSSS" + word(0x01030201) + word(0) + "FAKE0000XXXX");
     write(trace, "FORGEFFFF", "");
     Tclose(trace);
     expect_newest_of(kRing);

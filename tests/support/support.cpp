@@ -34,6 +34,10 @@ std::string read_file(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+std::string word(std::uint32_t value) {
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
 int open_descriptors() {
     const std::filesystem::directory_iterator fds("/proc/self/fd");
     return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own
