@@ -66,7 +66,8 @@ for port in "$@"; do
     echo "== $port"
     flags=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_SYSTEM_NAME=Linux "-DCMAKE_SYSTEM_PROCESSOR=${triplet%%-*}"
         "-DCMAKE_C_COMPILER=$triplet-gcc" "-DCMAKE_CXX_COMPILER=$triplet-g++"
-        -DCMAKE_CXX_FLAGS=-D_GLIBCXX_ASSERTIONS -DCMAKE_C_FLAGS_DEBUG= -DCMAKE_CXX_FLAGS_DEBUG=)
+        "-DCMAKE_CXX_FLAGS=-D_GLIBCXX_ASSERTIONS -Wno-psabi"
+        -DCMAKE_C_FLAGS_DEBUG= -DCMAKE_CXX_FLAGS_DEBUG=)
 
     gtest=$build/googletest
     if [ ! -e "$gtest/lib/libgtest.a" ]; then

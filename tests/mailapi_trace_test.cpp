@@ -69,7 +69,8 @@ constexpr std::array<std::array<std::string_view, 2>, 29> kSteps{{
      "smtp1430 {send} {id} smtp1440 {send} smtp1445 {send} smtp1450 {send} smtp1465 {send} "
      "{send} smtp14FF"},
     {"reset", "RSET0000 {clock} {exchange} RSETFFFF"},
-    {"failed", "ENDPROC0000 ENDPROCFFFF GETSMTP0000 GETSMTPFFFF"},
+    {"reply", "GETSMTP0000 GETSMTPFFFF"},
+    {"failed", "ENDPROC0000 ENDPROCFFFF {reply}"},
     {"popline", "Pop3_0a00 Pop3_0c00 PGTSTO0000 PGTSTOFFFF Pop3_0c05 Pop3_0cff Pop3_0aff"},
     {"poptalk", "Pop3_0b00 Pop3_0b05 Pop3_0bff {popline}"},
     {"poplogin",
@@ -128,7 +129,7 @@ const struct {
     {"authenticated", kAuth, 0,
      "{start} {cram} INCRAMFFFF INIAHFFFF smtp01FF {deliver} {quit} EMAILAPIFFFF ACERTFFFF"},
     {"authentication refused", kAuth, -25,
-     "{start} {cram} INCRAM0030 INIAH0030 smtp0125 SMTP0200-2 {phase} {exchange} smtp0145 "
+     "{start} {cram} INCRAM0030 INIAH0030 smtp01FF SMTP0200-2 {phase} {exchange} smtp0145 "
      "EMAILAPI0130 {failed} EMAILAPI00FF ACERTFFFF",
      "dXNlci", "MAIL"},
     {"pieces", kPartial, 0,
@@ -146,7 +147,7 @@ const struct {
      "PASS"},
     {"prepared, DATA refused", kPrepared, -6,
      "{start} {prepared} SMTP0200-2 {phase} {exchange} {phase} {exchange} SMTP02FF-2 smtp0200 "
-     "{phase} {exchange} smtp0210 EMAILAPI0140 {failed} EMLSMIME0050 EMAILAPI2010 EMAILAPI00FF "
+     "{phase} {exchange} smtp0210 EMAILAPI0140 {reply} EMLSMIME0050 EMAILAPI2010 EMAILAPI00FF "
      "ACERTFFFF",
      "DATA"},
 };

@@ -23,7 +23,7 @@ private:
 // from having the effect that was meant.
 int check_config(const Options& options);
 
-// Every line of the two configuration files, and what they come to.
+// Every line of the two configuration files, and what the library makes of them.
 void check_settings(Report& report);
 
 // The server that the options name: connection, greeting, EHLO. No mail is sent.
