@@ -34,8 +34,9 @@ std::string read_file(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::string word(std::uint32_t value) {
-    return {reinterpret_cast<const char*>(&value), sizeof value};
+std::string word(std::int64_t value) {
+    const auto low = static_cast<std::uint32_t>(value);
+    return {reinterpret_cast<const char*>(&low), sizeof low};
 }
 
 int open_descriptors() {

@@ -28,7 +28,7 @@ private:
 
 void write_file(const std::string& path, std::string_view bytes);
 std::string read_file(const std::string& path);
-std::string word(std::uint32_t value);  // its bytes as this machine stores them
+std::string word(std::int64_t value);  // the low 32 bits as this machine stores them
 int open_descriptors();
 
 // What the library writes to the mail log while this lives.
