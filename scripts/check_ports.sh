@@ -45,7 +45,7 @@ fetch_converters() {
 }
 
 # Left out: cases that bound real time.
-slow=Reader.Follows*:Signals.EveryWaitIsTakenUpAgain
+slow='Reader.Follows*:Signals.EveryWaitIsTakenUpAgain'
 status=0
 for port in "$@"; do
     triplet=${triplets[$port]}
