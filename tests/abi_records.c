@@ -20,6 +20,12 @@
 #else
 #define BY_MODEL(lp64, ilp32) (ilp32)
 #endif
+/* pthread_mutex_t of the C library is larger on 64-bit ARM than on x86-64 and s390x. */
+#if defined(__aarch64__) && defined(__LP64__)
+#define MUTEX_LP64 48
+#else
+#define MUTEX_LP64 40
+#endif
 #define HOLDS(what, ...) static_assert((__VA_ARGS__), what)
 #define SIZE(what, lp64, ilp32) (sizeof(what) == BY_MODEL(lp64, ilp32))
 #define AT(field, offset) (offsetof(Record, field) == (offset))
@@ -47,11 +53,11 @@ RECORD(MailInstInfo, 1600, 1600,
 RECORD(MailMd5Context, 88, 88, AT(state, 0) && AT(count, 16) && AT(buffer, 24))
 RECORD(MailLangInfo, 36, 36, AT(kind, 0) && AT(name, 4))
 
-HOLDS("exported objects", SIZE(g_trace, 8, 4) && SIZE(g_pLogHandle, 8, 4) && SIZE(g_cs, 40, 24) &&
-                              SIZE(g_stMailTimeout, 24, 24) && SIZE(g_ulTimeOut, 4, 4) &&
-                              SIZE(g_tStartTime, 8, 4) && SIZE(g_ulPopTimeOut, 4, 4) &&
-                              SIZE(Content_D_flg, 4, 4) && SIZE(stEucLangInfo, 324, 324) &&
-                              SIZE(stSjisLangInfo, 180, 180));
+HOLDS("exported objects", SIZE(g_trace, 8, 4) && SIZE(g_pLogHandle, 8, 4) &&
+                              SIZE(g_cs, MUTEX_LP64, 24) && SIZE(g_stMailTimeout, 24, 24) &&
+                              SIZE(g_ulTimeOut, 4, 4) && SIZE(g_tStartTime, 8, 4) &&
+                              SIZE(g_ulPopTimeOut, 4, 4) && SIZE(Content_D_flg, 4, 4) &&
+                              SIZE(stEucLangInfo, 324, 324) && SIZE(stSjisLangInfo, 180, 180));
 
 HOLDS("kinds of entries", MAIL_KIND_RECIPIENT == 1 && MAIL_KIND_BODY == 2 &&
                               MAIL_KIND_ATTACHMENT == 3 && MAIL_KIND_ATTACHMENT_TEMP == 4 &&

@@ -25,6 +25,7 @@
 namespace fs = std::filesystem;
 using ovrm_trace::Record;
 using support::read_file;
+using support::word;
 using support::write_file;
 
 namespace {
@@ -32,9 +33,7 @@ namespace {
 constexpr std::size_t kRing = 8192;
 
 std::string ring_with(std::uint32_t offset, std::size_t size = kRing) {
-    std::string bytes(size, 'r');
-    std::memcpy(bytes.data(), &offset, sizeof offset);
-    return bytes;
+    return word(offset) + std::string(size - 4, 'r');
 }
 std::uint32_t offset_of(const std::string& bytes) {
     std::uint32_t offset = 0;
