@@ -8,14 +8,14 @@
 
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
+#include "support/delivery.hpp"
 #include "support/fault.hpp"
-#include "support/roads.hpp"
 #include "support/support.hpp"
 
 namespace {
 
 using namespace ovrmail::mailapi;
-using support::Road;
+using support::Kind;
 namespace fs = std::filesystem;
 
 // A job as it stands after the checks.
@@ -95,13 +95,13 @@ TEST_F(Euc, WithoutConverterTextGoesOutEmpty) {
 }
 
 TEST_F(Euc, FailedConversionIsReportedUnlessSomethingElseIs) {
-    const std::pair<Road, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
+    const std::pair<Kind, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
                                                    {support::kHelo, MAIL_SENT_UNAUTHENTICATED},
                                                    {support::kPrepared, MAIL_SENT}};
-    for (const auto& [road, wanted] : cases) {
-        support::Journey journey(road);
-        journey.mail.subject = "\xA4";
-        EXPECT_EQ(journey.run().result, wanted) << support::name_of(road);
+    for (const auto& [kind, wanted] : cases) {
+        support::Delivery delivery(kind);
+        delivery.mail.subject = "\xA4";
+        EXPECT_EQ(delivery.run().result, wanted) << support::name_of(kind);
     }
 }
 

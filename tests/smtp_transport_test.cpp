@@ -53,7 +53,7 @@ struct Pair : Faults {
 TEST(Receive, LinesSeenAheadAreTakenOneByOne) {
     const struct {
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         int calls;
     } cases[] = {{0, {0}, 4}, {4, {1}, 8}, {9, {-1, EINTR}, 14}, {5, {0}, 10}};
     for (const auto& c : cases) {
@@ -76,7 +76,7 @@ TEST(Send, TakesNothing) {
     const struct {
         bool is_pop;
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         std::int32_t result;
         const char* log;
     } cases[] = {
@@ -194,7 +194,7 @@ TEST(Connect, Attempts) {
     const struct {
         const char* call;
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         std::int32_t result;  // 1: connected, kAll: the client's code for an unknown host
         int calls;
         const char* log;
@@ -208,7 +208,7 @@ TEST(Connect, Attempts) {
         {"gethostbyname_r", 1, {0, HOST_NOT_FOUND}, kAll, 1, "hostbyname_r code=0 detail=1"},
         {"gethostbyname_r", 1, {ERANGE, NETDB_INTERNAL}, kAll, 1, "code=0 detail=-1"},
     };
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     for (const Client& client : kClients)
         for (const auto& row : cases) {
             SCOPED_TRACE(std::string(client.name) + row.call + row.log);
@@ -254,7 +254,7 @@ TEST(Connect, PortsAndAddresses) {
 
 // A small write goes out at once, and a child of the host does not inherit the connection.
 TEST(Connect, SocketOptions) {
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     for (const Client& client : kClients) {
         const int fd = client.connect("127.0.0.1", server.port(), nullptr);
         int no_delay = 0;
@@ -282,7 +282,7 @@ TEST(Session, Recipients) {
         {"a", "b," + longest + "x,c", -23, "MAIL FROM:<a>\r\nRCPT TO:<b>\r\n"},
     };
     for (const auto& [from, recipients, result, wire] : cases) {
-        ScriptedServer server(friendly(), {.any_order = true});
+        ScriptedServer server(friendly());
         std::uint32_t err = 99;
         const int sock = SMTP_connect("127.0.0.1", server.port(), &err);
         EXPECT_EQ(SMTP_initialize(sock, nullptr, &err), 0);
@@ -300,7 +300,7 @@ TEST(Session, Recipients) {
 TEST(Session, EmptyHostName) {
     Faults faults;
     faults.plan("gethostname", 1, {0});
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     const int sock = SMTP_connect("127.0.0.1", server.port(), nullptr);
     EXPECT_EQ(SMTP_initialize(sock, nullptr, nullptr), -5);
     ::close(sock);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "mail_log.h"
 #include "trace.h"
@@ -15,7 +16,11 @@
 namespace support {
 
 TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ovrmail-XXXXXX").string();
+    // Private directories are in memory (private_dirs.sh).
+    const bool is_private = std::getenv("OVRMAIL_PRIVATE_DIRS") != nullptr;
+    const std::filesystem::path parent =
+        is_private ? "/var/opt" : std::filesystem::temp_directory_path();
+    std::string pattern = (parent / "ovrmail-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) std::abort();
     path_ = pattern;
 }
@@ -30,8 +35,9 @@ void write_file(const std::string& path, std::string_view bytes) {
 }
 
 std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream all;
+    all << std::ifstream(path, std::ios::binary).rdbuf();
+    return all.str();
 }
 
 int open_descriptors() {
