@@ -40,6 +40,12 @@ std::string read_file(const std::string& path) {
     return all.str();
 }
 
+std::string times(std::size_t n, std::string_view text) {
+    std::string all;
+    while (n-- > 0) all += text;
+    return all;
+}
+
 int open_descriptors() {
     const std::filesystem::directory_iterator fds("/proc/self/fd");
     return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own
