@@ -21,7 +21,7 @@ QUIET = "[ACERT]\nTRACELEVEL=0\n[LOG]\nLOGNUM=0\n"
 
 OFF = "libovrmail, log and trace off"
 ON = "libovrmail, log and trace on"
-LIMIT = "limit: precomposed, from memory"
+LIMIT = "bare dialogue"
 CURL = "libcurl"
 
 

@@ -16,7 +16,6 @@ import time
 import content
 import measure
 import micro
-import report
 from measure import LIMIT, OFF, ON
 
 MIB = 1024 * 1024
@@ -142,6 +141,11 @@ def grow(build, clients, works, sizes, rounds):
     return growth
 
 
+def write_report(saved, out):
+    import report  # needs matplotlib, which --smoke does not
+    report.write(json.loads(saved.read_text()), pathlib.Path(out))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True)
@@ -154,7 +158,7 @@ def main():
     options = parser.parse_args()
     saved = pathlib.Path(options.build, "bench-results.json")
     if options.report_only:
-        pathlib.Path(options.out).write_text(report.document(json.loads(saved.read_text())))
+        write_report(saved, options.out)
         return
     if os.environ.get("OVRMAIL_PRIVATE_DIRS") != "1":
         sys.exit("run.py: to be started in private directories, see scripts/bench.sh")
@@ -177,7 +181,7 @@ def main():
                                        options.minutes),
                    "delay_ms": DELAY_MS}
     saved.write_text(json.dumps(results, indent=1))
-    pathlib.Path(options.out).write_text(report.document(json.loads(saved.read_text())))
+    write_report(saved, options.out)
 
 
 if __name__ == "__main__":

@@ -18,6 +18,11 @@ inline constexpr const char* kWorkDirFormat = "%s/tmp";    // of kDataDir
 inline constexpr const char* kTraceDirFormat = "%s/tmp2";  // of kDataDir
 inline constexpr const char* kLogDirFormat = "%s/log";     // of kDataDir
 
+// How names begin there; the process id follows.
+inline constexpr const char* kMailLogPrefix = "rmsmtp";    // of kLogDirFormat, then ".log"
+inline constexpr const char* kBodyFilePrefix = "EMT";      // of kWorkDirFormat
+inline constexpr const char* kComposedFilePrefix = "EST";  // of kWorkDirFormat
+
 inline constexpr const char* kPartnerInstallDir = "/opt/Brelltam";
 inline constexpr const char* kPartnerConfigDir = "/etc/opt/Brelltam";
 inline constexpr const char* kPartnerDataDir = "/var/opt/Brelltam";

@@ -1,11 +1,11 @@
 # Completion of ovrm-send(1) for bash.
 _ovrm_send() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local long='--server= --port= --from= --to= --subject= --body= --body-file= --attach=
-        --attach-temp= --split --auth= --pop-before= --pop-wait= --pop-timeout= --user=
-        --password-file= --password-env= --prepared= --prepared-header= --timeout-greeting=
-        --timeout-mail= --timeout-rcpt= --timeout-data= --timeout-block= --timeout-end= --replace
-        --dry-run --check-config --verbose --quiet --help --version'
+    local long='--server= --port= --from= --to= --each --subject= --body= --body-file= --utf8 --html=
+        --replace --attach= --attach-temp= --split --auth= --auth-optional --pop-before= --pop-wait=
+        --pop-timeout= --user= --password-file= --password-env= --prepared= --prepared-header=
+        --prepared-raw --timeout-greeting= --timeout-mail= --timeout-rcpt= --timeout-data=
+        --timeout-block= --timeout-end= --dry-run --check-config --verbose --quiet --help --version'
 
     # "--option=value" arrives as three words: bash breaks words at "=".
     if [[ $cur == = ]]; then
@@ -14,7 +14,7 @@ _ovrm_send() {
         prev=${COMP_WORDS[COMP_CWORD - 2]}
     fi
     case $prev in
-        -F | -a | --body-file | --attach | --attach-temp | --password-file | --prepared | \
+        -F | -a | --body-file | --html | --attach | --attach-temp | --password-file | --prepared | \
             --prepared-header)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")

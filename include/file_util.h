@@ -1,7 +1,7 @@
 /* file_util.h - file, directory, process and dynamic-loading helpers.
  *
- * Unless a comment says more, a function makes one system call, repeats it while a signal
- * interrupts it (EINTR), and returns its result: 0, a count or a descriptor, or -1 with errno.
+ * Unless a comment says more, a function makes one system call, repeats it where a signal can
+ * interrupt it (EINTR), and returns its result: 0, a count or a descriptor, or -1 with errno.
  * A null path fails with EFAULT. Files are opened close-on-exec; modes are subject to the umask.
  * No function keeps state; all may be called from several threads, a directory stream from one at
  * a time. Each may block as long as the file system does. Paths and texts end with NUL; all memory
@@ -77,7 +77,8 @@ MAIL_API int32_t FileBackUp(const char* path) MAIL_NOEXCEPT;
  *   name         file name in `source_dir`
  *   target_name  file name in `target_dir`, null: the same as `name`
  * The copy gets the owner, permissions and times of the source as far as the process may set them;
- * without the owner it does not get the set-user and set-group bits either.
+ * without the owner it does not get the set-user and set-group bits either. A link in the place of
+ * the target is not followed.
  * Returns 0, also when the source does not exist: then nothing is made; -1 when anything fails;
  * the target may then hold a part, and the old one is found under its back-up name. A file copied
  * onto itself fails so, too. */

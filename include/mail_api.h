@@ -56,7 +56,8 @@ MAIL_BEGIN_DECLS
  * dispositions are never touched, and no call raises SIGPIPE.
  *
  * Blocks until the mail is sent or has failed: each wait for the server is bounded by the time
- * budget of its step; the connection attempt by the system, with 5 pauses of a second while the
+ * budget of its step; the look-up of a name by the resolver, 5 times with a second between while it
+ * asks to try again; the connection attempt by the system, with 5 pauses of a second while the
  * server refuses; POP before SMTP by its own time-out and wait. A reply that never ends is not
  * bounded. One send at a time: of threads that enter at the same moment one sends. Cancellation of
  * the thread takes effect after the call. */
@@ -89,10 +90,10 @@ MAIL_API int32_t OvRm_SendEMailPartial_parts(uint32_t unused, const MailEntry* r
  *           ring of its own, as section "AGETS" of trc_conf says
  * Start type bit 0x1 sets status bits 0x101, 0x100 sets 0x100301, 0x1000 clears 0x1 and sets
  * 0x100302; 0x10000 is always set. Where bit 0x1000 is there and the management product cannot be
- * read or is too old, 0x100202 are cleared and 0x1 is set.
+ * read or is too old, 0x100202 are cleared, 0x1 is set and the result is 0.
  * Returns 0; -2 when the agent's record cannot be read (status untouched), or start type bit
- * 0x10000 requires the management product and it is missing or too old (status set); -3 for a
- * null status or err. May be called while a send runs. */
+ * 0x10000 without 0x1000 requires the management product and it is missing or too old (status
+ * set); -3 for a null status or err. May be called while a send runs. */
 MAIL_API int32_t OvRm_GetStatusDovrin(uint32_t* status, uint32_t* err) MAIL_NOEXCEPT;
 MAIL_API int32_t OvRm_GetStatusDovrin2(uint32_t* status, uint32_t* err,
                                        TraceHandle* trace) MAIL_NOEXCEPT;

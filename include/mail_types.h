@@ -138,10 +138,11 @@ enum {
     MAIL_E_ARGUMENT = -1,          /* an argument is null or out of range; nothing was sent */
     MAIL_E_MEMORY = -2,            /* no memory; nothing was sent */
     MAIL_E_WORK_FILE = -3,  /* a working file failed, or an attachment or prepared file could not
-                             * be read; detail: errno (22: not a regular file; 0: the path of the
-                             * working directory is too long) */
+                             * be read; detail: errno (21: a directory; 22: no regular file
+                             * either; 0: the path of the working directory is too long) */
     MAIL_E_TIMEOUT = -4,    /* no answer within the time-out; the server may have the mail */
-    MAIL_E_RECIPIENT = -5,  /* no recipient list, or it is empty, too long, or holds CR or LF */
+    MAIL_E_RECIPIENT = -5,  /* no entries, the first one is of another kind or its value null; or
+                             * the list is empty, too long, or holds CR or LF */
     MAIL_E_REJECTED = -6,   /* the server refused a command; detail: its reply */
     MAIL_E_SYSTEM = -7,     /* a socket or system call failed in the conversation, or the server
                              * closed the connection; it may have the mail; detail: errno */

@@ -15,9 +15,10 @@
  * Arguments of several functions:
  *   fd    composition file; stays open, whatever happens, and belongs to the caller
  *   sock  descriptor from SMTP_connect; stays open, whatever happens, and belongs to the caller
- *   err   null, or out: errno of the failing call, ENOSPC for a write that was cut short, EINVAL
- *         (22) for a body, attachment or prepared file that is not a regular file, EIO for a file
- *         that has become shorter while it was sent
+ *   err   null, or out: errno of the failing call, ENOSPC for a write that was cut short, for a
+ *         body, attachment or prepared file EISDIR (21) where it is a directory and EINVAL (22)
+ *         where it is no regular file either, EIO for a file that has become shorter while it was
+ *         sent
  * A null text counts as empty. Nothing written before a failure is removed: the caller discards the
  * file. Memory belongs to the caller.
  *
@@ -153,7 +154,8 @@ MAIL_API int32_t SMTP_sendData(int32_t sock, int32_t fd, uint32_t* err) MAIL_NOE
  *   boundary  as made by SMTP_makeTopData; empty or null: the message has no parts
  *   err       as in the head of this file
  * A piece holds (size_kb - 1) * 1,024 bytes and what it takes to end with a line and not inside the
- * header of a part. Only a line longer than the buffer is cut.
+ * header of a part; less where the next line does not fit. Only a line longer than the buffer is
+ * cut, never inside a CR LF nor so that the next piece starts with a dot that could end the mail.
  * Returns the bytes in the piece, 0 when nothing is left; -32 (EINVAL for bad arguments). */
 MAIL_API int32_t SMTP_getSendData(int32_t fd, char* buffer, int32_t size_kb, const char* boundary,
                                   uint32_t* err) MAIL_NOEXCEPT;

@@ -96,7 +96,7 @@ struct TimeOuts {
     std::chrono::seconds end{600};       // the end of the message and its reply
 };
 
-// An account for SMTP AUTH. PLAIN and LOGIN show the password to everyone on the road.
+// An account for SMTP AUTH. PLAIN and LOGIN show the password to anyone on the network path.
 struct Account {
     std::string user;      // 1 to 64 bytes
     std::string password;  // 0 to 64 bytes

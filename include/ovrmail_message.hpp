@@ -169,7 +169,7 @@ inline std::vector<std::string> addresses_of(std::string_view header,
     return read_addresses(list);
 }
 
-// Writes the lines of a finished message as the prepared road takes them.
+// Writes the lines of a finished message as a prepared message needs them.
 class MessageWriter {
 public:
     // Adds a line of the header, folded where it is too long, but no Bcc field.
@@ -216,7 +216,7 @@ private:
     Problem problem_;
 };
 
-// A finished message, made ready for the prepared road.
+// A finished message, in the form of a prepared message.
 struct Message {
     std::string fields;   // the header as it came, without the empty line
     std::string header;   // as it goes out, with the empty line

@@ -39,8 +39,8 @@ extern MAIL_API pthread_mutex_t g_cs;
  *   size_kb  wanted size in KiB; the ring gets the next multiple of 8 KiB above it (5: 8, 8: 16),
  *            less than 4 GiB
  *   level    highest record level to write; above 2 is as 2
- * The records of an existing ring stay when it is not longer than the new size. A temporary file is
- * made beside the ring and removed again.
+ * The records of an existing ring stay when it is not longer than the new size. For a ring that is
+ * new, shorter, or not laid down on the disk, a temporary file is made beside it and removed again.
  * Returns a handle to be ended with Tclose; with level or size 0 one without a file, to which
  * nothing is written. Null (errno tells why): no memory, or the file cannot be opened, created,
  * brought to its size or mapped. The other functions accept null, so callers need no test.

@@ -31,7 +31,6 @@ namespace {
 
 constexpr std::int32_t kWritten = 0;
 constexpr std::int32_t kNotWritten = -1;
-constexpr std::array<const char*, 4> kLabels{nullptr, "S:", "R:", "-:"};
 constexpr std::array<const char*, 3> kExchanges{nullptr, "SMTP", "POP"};
 
 constexpr std::size_t kHeadSize = 2048;      // text before the caller's text in an error entry

@@ -14,7 +14,7 @@ struct MailLogHandle {
     std::int32_t fd;
     std::array<char, 1028> path;
 
-    bool collects;                    // entries wait for log::flush(); else each is written at once
+    bool collects;                    // entries wait for flush_log(); else each is written at once
     ovrmail::common::BriefLock lock;  // of all that follows
     std::time_t second;               // in which `local` was found
     tm local;

@@ -24,7 +24,8 @@
 namespace ovrmail::log {
 namespace {
 
-constexpr const char* kPrefix = "rmsmtp";
+using common::paths::kMailLogPrefix;
+
 constexpr std::int32_t kMargin = 500;          // bytes below the limit that already rotate
 constexpr std::size_t kLongestRotated = 1022;  // a path this long has no room for generations
 
@@ -73,19 +74,20 @@ void rotate(const MailLogHandle& log) noexcept {
 
 bool open_file(MailLogHandle& log) noexcept {
     const DirectoryName directory = log_directory();
-    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kPrefix,
+    (void)common::format_into(log.path, "%s/%s%d.log", directory.text.data(), kMailLogPrefix,
                               static_cast<int>(::getpid()));
     auto keep = static_cast<std::int32_t>(log.number);
-    const std::int32_t size = FileSize_Name(log.path.data());
-    const std::int32_t limit = static_cast<std::int32_t>(log.size_kb) * 1024 - kMargin;
-    if (size >= 0 && size < limit) {
-        ++keep;  // the continued file is one of those that are kept
-    } else if (size >= 0) {
-        rotate(log);
-    }
-    (void)DeleteOldFiles_DIR(directory.text.data(), kPrefix, "log", keep, 1);
-    // A new file is opened to append too: a second writer of the same name then loses no line.
+    const off64_t limit = off64_t{log.size_kb} * 1024 - kMargin;
     struct stat64 status {};
+    if (::fstatat64(AT_FDCWD, log.path.data(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (!is_own(status)) return false;  // not renamed either
+        if (status.st_size < limit)
+            ++keep;  // the continued file is one of those that are kept
+        else
+            rotate(log);
+    }
+    (void)DeleteOldFiles_DIR(directory.text.data(), kMailLogPrefix, "log", keep, 1);
+    // A new file is opened to append too: a second writer of the same name then loses no line.
     common::UniqueFd fd = open_unfollowed(log.path.data(), O_CREAT | O_APPEND);
     if (!fd.valid() || !is_own_file(fd.get(), status)) return false;
     // A full file that could not be renamed is emptied.

@@ -22,10 +22,13 @@ common::UniqueFd open_unfollowed(const char* path, int flags) noexcept {
     return common::open_at_once(path, flags | O_RDWR | O_NOFOLLOW, kFileMode, kAttempts);
 }
 
+bool is_own(const struct stat64& status) noexcept {
+    return S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1;
+}
+
 bool is_own_file(int fd, struct stat64& status) noexcept {
     if (::fstat64(fd, &status) != 0) return false;
-    if (S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1)
-        return true;
+    if (is_own(status)) return true;
     errno = EPERM;
     return false;
 }

@@ -12,8 +12,10 @@ namespace ovrmail::log {
 // Invalid with errno.
 common::UniqueFd open_unfollowed(const char* path, int flags) noexcept;
 
-// Whether `fd` is a regular file of the effective user with a single hard link. `status`: out, its
-// status. False with errno.
+// Whether the status is that of a regular file of the effective user with a single hard link.
+bool is_own(const struct stat64& status) noexcept;
+
+// Whether `fd` is such a file. `status`: out, its status. False with errno.
 bool is_own_file(int fd, struct stat64& status) noexcept;
 
 }  // namespace ovrmail::log

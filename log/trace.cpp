@@ -1,11 +1,11 @@
 // trace.cpp - opens and closes trace rings; see trace.h and trace_handle.hpp.
 //
 // Every public call opens a ring of its own at its start and closes it at its end. Opening copies
-// the ring to a temporary file and back, which gives the file all its blocks on the disk. Where the
-// file system overwrites blocks in place, the ring is then mapped: a write into the mapping cannot
-// meet a full disk, which would raise SIGBUS in the host process. Other file systems may need a new
-// block for any write; there records are written with pwritev(), see trace_ring.cpp. Owns g_trace
-// (ring of the running send) and g_cs (serialises record writing).
+// a ring that lacks blocks on the disk to a temporary file and back, which gives it all of them.
+// Where the file system overwrites blocks in place, the ring is then mapped: a write into the
+// mapping cannot meet a full disk, which would raise SIGBUS in the host process. Other file systems
+// may need a new block for any write; there records are written with pwritev(), see trace_ring.cpp.
+// Owns g_trace (ring of the running send) and g_cs (serialises record writing).
 #include "trace.h"
 
 #include <fcntl.h>

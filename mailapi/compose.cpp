@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/paths.hpp"
 #include "file_util.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
@@ -38,7 +39,7 @@ std::int32_t write_failed(SendJob& job, const char* point) noexcept {
 }  // namespace
 
 std::int32_t open_composed(SendJob& job) noexcept {
-    if (!job.composed.name(job.args.work_dir, "EST", job.pid)) {
+    if (!job.composed.name(job.args.work_dir, common::paths::kComposedFilePrefix, job.pid)) {
         detail_number(job.detail(), 0);
         return fail_at("EMAILAPI0086", MAIL_E_WORK_FILE);
     }

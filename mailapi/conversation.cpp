@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "common/unique_fd.hpp"
 #include "file_util.h"
@@ -54,7 +55,8 @@ class Conversation {
 public:
     explicit Conversation(SendJob& job) noexcept : job_(job) {}
     ~Conversation() {
-        const log::TraceFrame trace("ENDPROC0000", "ENDPROCFFFF");
+        std::optional<log::TraceFrame> trace;  // only a composed message has these points
+        if (!job_.is_prepared()) trace.emplace("ENDPROC0000", "ENDPROCFFFF");
         sock_.reset();
         piece_.reset();
         job_.composed.discard();

@@ -63,15 +63,6 @@ std::int32_t send_mail(SendJob& job) noexcept {
 }
 
 }  // namespace
-
-std::int32_t run(const SendArguments& args) noexcept {
-    const Uncancelled uncancelled;
-    log::TraceScope trace("EMAILAPI0000", "EMAILAPIFFFF");
-    SendJob job(args);
-    const std::int32_t result = send_mail(job);
-    return result < 0 ? trace.fail("EMAILAPI00FF", result) : trace.leave(result);
-}
-
 }  // namespace ovrmail::mailapi
 
 std::int32_t OvRm_SendEMailPartial_parts(std::uint32_t /*unused*/, const MailEntry* recipients,
@@ -81,17 +72,22 @@ std::int32_t OvRm_SendEMailPartial_parts(std::uint32_t /*unused*/, const MailEnt
                                          std::uint32_t partial_flag, const MailSplitOption* split,
                                          const MailTimeout* time_out, const MailEntry* auth,
                                          char* detail, const char* work_dir) noexcept {
-    return ovrmail::mailapi::run({.recipients = recipients,
-                                  .recipient_count = recipient_count,
-                                  .parts = parts,
-                                  .part_count = part_count,
-                                  .sender = sender,
-                                  .subject = subject,
-                                  .server = server,
-                                  .partial_flag = partial_flag,
-                                  .split = split,
-                                  .time_out = time_out,
-                                  .auth = auth,
-                                  .detail = detail,
-                                  .work_dir = work_dir});
+    using namespace ovrmail;
+    const mailapi::Uncancelled uncancelled;
+    log::TraceScope trace("EMAILAPI0000", "EMAILAPIFFFF");
+    mailapi::SendJob job({.recipients = recipients,
+                          .recipient_count = recipient_count,
+                          .parts = parts,
+                          .part_count = part_count,
+                          .sender = sender,
+                          .subject = subject,
+                          .server = server,
+                          .partial_flag = partial_flag,
+                          .split = split,
+                          .time_out = time_out,
+                          .auth = auth,
+                          .detail = detail,
+                          .work_dir = work_dir});
+    const std::int32_t result = mailapi::send_mail(job);
+    return result < 0 ? trace.fail("EMAILAPI00FF", result) : trace.leave(result);
 }

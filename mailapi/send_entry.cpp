@@ -67,17 +67,7 @@ std::int32_t OvRm_SendEMail(const MailEntry* recipients, std::uint32_t recipient
     std::array<char, mailapi::kPathSize> work_dir{};
     common::format_into(work_dir, common::paths::kWorkDirFormat, common::paths::kDataDir);
     call.open_log();
-    return trace.leave(mailapi::run({.recipients = recipients,
-                                     .recipient_count = recipient_count,
-                                     .parts = parts,
-                                     .part_count = part_count,
-                                     .sender = sender,
-                                     .subject = subject,
-                                     .server = server,
-                                     .partial_flag = partial_flag,
-                                     .split = split,
-                                     .time_out = time_out,
-                                     .auth = auth,
-                                     .detail = detail,
-                                     .work_dir = work_dir.data()}));
+    return trace.leave(OvRm_SendEMailPartial_parts(
+        0, recipients, recipient_count, parts, part_count, sender, subject, server, partial_flag,
+        split, time_out, auth, detail, work_dir.data()));
 }

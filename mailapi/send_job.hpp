@@ -41,7 +41,7 @@ struct SendJob {
     explicit SendJob(const SendArguments& arguments) noexcept : args(arguments) {}
 
     // The request, checked.
-    const SendArguments& args;
+    const SendArguments args;
     const char* recipients = nullptr;  // addresses, separated by commas
     std::span<const MailEntry> parts;
     MailSplitOption split{MAIL_SPLIT_DEFAULT, 0};

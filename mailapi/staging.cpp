@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "common/block_io.hpp"
+#include "common/paths.hpp"
 #include "file_util.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
@@ -36,7 +37,7 @@ bool write_crlf_lines(int fd, std::string_view text, std::uint32_t* err) noexcep
 
 std::int32_t write_body_file(SendJob& job) noexcept {
     log::TraceScope trace("MEMDATA0000", "MEMDATAFFFF");
-    if (!job.body_file.name(job.args.work_dir, "EMT", job.pid)) {
+    if (!job.body_file.name(job.args.work_dir, common::paths::kBodyFilePrefix, job.pid)) {
         return trace.fail("MEMDATA0010", MAIL_E_WORK_FILE);
     }
     if (!job.body_file.open()) {

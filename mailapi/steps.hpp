@@ -6,9 +6,6 @@
 
 namespace ovrmail::mailapi {
 
-// send_driver.cpp: all of them, for either entry. The result of the call.
-std::int32_t run(const SendArguments& args) noexcept;
-
 // request_check.cpp
 std::int32_t check_request(SendJob& job) noexcept;
 

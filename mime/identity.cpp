@@ -18,6 +18,7 @@
 
 #include "common/paths.hpp"
 #include "common/text.hpp"
+#include "log/handles.hpp"
 #include "log/trace_scope.hpp"
 #include "mime.h"
 #include "mime/fields.hpp"
@@ -72,8 +73,11 @@ bool append_domain(std::span<char> name) noexcept {
 
 // Determined once: on a host without a stored id, gethostid() looks up the host's name.
 unsigned host_id() noexcept {
-    if (!g_host_id_known) g_host_id = static_cast<unsigned>(::gethostid());
-    g_host_id_known = true;
+    if (!g_host_id_known) {
+        log::flush_log();
+        g_host_id = static_cast<unsigned>(::gethostid());
+        g_host_id_known = true;
+    }
     return g_host_id;
 }
 

@@ -37,12 +37,8 @@ bool give_back(int fd, std::size_t size) noexcept {
 // What was read ahead into `room`.
 struct Ahead {
     std::string_view text;
-    std::size_t beyond;  // bytes read behind the room, to see whether the file goes on: 0 or 1
-
-    // Nothing is left in the file, also when its rest has filled the room exactly.
-    [[nodiscard]] bool at_end(std::span<const char> room) const noexcept {
-        return text.size() < room.size() || beyond == 0;
-    }
+    std::size_t beyond;  // bytes read behind the room: 0 when nothing is left in the file, or 1
+    char next;           // that byte
 };
 
 // False when reading failed; errno tells why.
@@ -52,7 +48,7 @@ bool read_ahead(int fd, std::span<char> room, Ahead& ahead) noexcept {
     const bool full = got == static_cast<ssize_t>(room.size());
     const ssize_t more = full ? common::read_full(fd, {&byte, 1}) : 0;
     if (got < 0 || more < 0) return false;
-    ahead = {{room.data(), static_cast<std::size_t>(got)}, static_cast<std::size_t>(more)};
+    ahead = {{room.data(), static_cast<std::size_t>(got)}, static_cast<std::size_t>(more), byte};
     return true;
 }
 
@@ -95,7 +91,7 @@ std::int32_t add_lines(int fd, std::span<char> room, char previous, int blank_li
     if (!read_ahead(fd, within, ahead)) return fail(trace, "smtp1210", kReadFailed, errno, err);
     const std::string_view text = ahead.text;
     std::size_t size = wanted_lines(text, previous, blank_lines);
-    if (size == text.npos) size = ahead.at_end(within) ? text.size() : last_line_end(text);
+    if (size == text.npos) size = ahead.beyond == 0 ? text.size() : last_line_end(text);
     if (size == 0 && overlong == Overlong::kCut) size = text.size();
     if (!give_back(fd, text.size() + ahead.beyond - size))
         return fail(trace, "smtp1220", kReadFailed, errno, err);
@@ -136,12 +132,24 @@ Growth judge(std::string_view piece, std::string_view boundary, TraceScope& trac
     return Growth::kNone;
 }
 
+// Where to cut a line that goes on with `next`. What follows starts a line of the next piece, where
+// a dot alone would end the mail (RFC 5321 section 4.5.2); CR LF stay together.
+std::size_t cut_line(std::string_view line, char next) noexcept {
+    constexpr std::string_view kUnsafe = ".\r\n";
+    if (kUnsafe.find(next) == kUnsafe.npos) return line.size();
+    std::size_t size = line.find_last_not_of(kUnsafe);
+    if (size == line.npos || size == 0) size = line.rfind("..");  // two dots end no mail
+    return size == line.npos || size == 0 ? line.size() : size;
+}
+
 // Where to cut the text: after the first line end from the nominal size on, or after the last line
 // end before it when that line does not fit. A single line that fills the buffer is cut itself.
-std::size_t cut_size(std::string_view text, std::size_t nominal, bool at_end) noexcept {
+std::size_t cut_size(std::string_view text, std::size_t nominal, const Ahead& ahead) noexcept {
     std::size_t size = line_end_from(text, nominal);
-    if (size == text.npos && !at_end) size = last_line_end(text);
-    return size == text.npos || size == 0 ? text.size() : size;
+    if (size != text.npos) return size;
+    if (ahead.beyond == 0) return text.size();
+    size = last_line_end(text);
+    return size != 0 ? size : cut_line(text, ahead.next);
 }
 
 std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundary,
@@ -160,7 +168,7 @@ std::int32_t next_piece(int fd, std::span<char> buffer, std::string_view boundar
     if (!read_ahead(fd, growth_room, ahead))
         return fail(trace, "smtp1020", kReadFailed, errno, err);
     const std::size_t read = nominal + ahead.text.size();
-    const std::size_t size = cut_size({buffer.data(), read}, nominal, ahead.at_end(growth_room));
+    const std::size_t size = cut_size({buffer.data(), read}, nominal, ahead);
     if (!give_back(fd, read + ahead.beyond - size))
         return fail(trace, "smtp1025", kReadFailed, errno, err);
     // Clears the buffer behind the piece.

@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "common/block_io.hpp"
+#include "common/error_word.hpp"
 #include "mime.h"
 #include "mime/files.hpp"
 #include "mime/scratch.hpp"
@@ -38,6 +39,7 @@ std::int32_t stream_file(int sock, int fd, off64_t size, std::uint32_t* err) noe
         size -= got;
         if (bytes.size() == block.size()) continue;
         if (size > 0) return fail(trace, "smtp0505", kReadFailed, EIO, err);
+        common::set_error(err, 0);  // an empty file sends nothing that would clear it
         return trace.leave(kOk);
     }
 }

@@ -45,6 +45,8 @@ set(CPACK_RPM_TOOLS_PACKAGE_SUMMARY "Command-line tools of the mail submission l
 set(CPACK_RPM_TOOLS_PACKAGE_DESCRIPTION
 "ovrm-send sends one mail by hand and checks the configuration, ovrm-trace prints trace files.")
 set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES "libovrmail1 ${same}")
+# For ovrm-send --utf8 and --html, which load it.
+set(CPACK_RPM_TOOLS_PACKAGE_SUGGESTS "libgmime-3.0.so.0()(64bit)")
 
 set(CPACK_RPM_PYTHON_PACKAGE_NAME python3-ovrmail)
 set(CPACK_RPM_PYTHON_PACKAGE_ARCHITECTURE noarch)

@@ -19,6 +19,19 @@ if ! { cmake --preset release && cmake --build --preset release --parallel "$(np
 fi
 rm -f build.log.$$
 
+# Directories that are missing, outermost first: where the real ones are used, they go again.
+missing=()
+for dir in /etc/opt /etc/opt/Quorvin /var/opt /var/opt/Quorvin /var/opt/Quorvin/{tmp,tmp2,log}; do
+    [ -d "$dir" ] || missing+=("$dir")
+done
+remove_directories() {
+    local i
+    for ((i = ${#missing[@]} - 1; i >= 0; i--)); do
+        rmdir "${missing[i]}" 2>/dev/null || :
+    done
+}
+trap remove_directories EXIT
+
 status=0
 tests/support/private_dirs.sh /usr/bin/python3 scripts/demo.py build/examples/send_one_mail || status=$?
 if [ $status = 77 ]; then

@@ -11,13 +11,14 @@ declare -A groups=(
     [check]="clang-format clang-tidy git shellcheck"
     [analysis]="cppcheck git pkg-config libgmime-3.0-dev mypy"
     [coverage]="gcovr"
-    [bench]="g++ cmake make pkg-config python3 strace util-linux libmodpbase64-dev libbenchmark-dev
-             libcurl4-gnutls-dev libesmtp-dev libetpan-dev libvmime-dev libpoco-dev msmtp libssl-dev
-             liblttng-ust-dev lttng-tools libinih-dev libglib2.0-dev"
+    [bench]="g++ cmake make pkg-config python3 python3-matplotlib strace util-linux
+             libmodpbase64-dev libbenchmark-dev libcurl4-gnutls-dev libesmtp-dev libetpan-dev
+             libvmime-dev libpoco-dev msmtp libssl-dev liblttng-ust-dev lttng-tools libinih-dev
+             libglib2.0-dev"
     [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
            pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
-    [package]="build-essential debhelper dpkg-dev dh-python"
-    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm"
+    [package]="build-essential debhelper dpkg-dev dh-python libgmime-3.0-dev pkgconf"
+    [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
     [clang]="clang"

@@ -115,5 +115,5 @@ std::int32_t SMTP_initialize(std::int32_t sock, const MailEntry* auth,
     if (!wants_auth) return trace.leave(smtp::kOk);
     const std::uint32_t offered = smtp::offered_mechanisms(common::bounded(capability));
     rc = smtp::authenticate(sock, static_cast<const MailAuthAccount*>(auth->value), offered, err);
-    return trace.finish("smtp0125", rc);
+    return rc < 0 ? trace.fail("smtp0125", rc) : trace.leave(rc);
 }

@@ -81,23 +81,27 @@ TEST_F(MailLog, LinesHaveTheirFormBetweenBanners) {
     EXPECT_EQ(fs::status(current()).permissions(), static_cast<fs::perms>(0644));
 }
 
-// A log and a ring are not opened through what somebody else laid under their names.
+// A log and a ring are not opened through what somebody else laid under their names, and a full log
+// is not renamed.
 TEST_F(MailLog, LinksFifosAndForeignFilesAreLeftAlone) {
     const std::string victim = kDirectory + "victim";
+    const std::string full(30'000, 'x');
     const std::pair<const char*, std::function<void()>> cases[] = {
         {"link", [&] { fs::create_symlink(victim, current()); }},
         {"dangling link", [&] { fs::create_symlink(victim + "2", current()); }},
         {"second name", [&] { fs::create_hard_link(victim, current()); }},
         {"FIFO", [] { ::mkfifo(current().c_str(), 0666); }},
-        {"of another user", [] { write_file(current(), "x"), ::chown(current().c_str(), 12, 34); }},
+        {"of another user",
+         [&] { write_file(current(), full), ::chown(current().c_str(), 12, 34); }},
     };
     for (const auto& [name, put] : cases) {
         SetUp();
-        write_file(victim, "untouched");
+        write_file(victim, full);
         put();
         EXPECT_EQ(Topen(current().c_str(), 5, 1), nullptr) << name;
         EXPECT_EQ(MailLogOpen(0), nullptr) << name;
-        EXPECT_EQ(read_file(victim), "untouched") << name;
+        EXPECT_TRUE(read_file(victim) == full) << name;
+        EXPECT_NE(fs::symlink_status(current()).type(), fs::file_type::not_found) << name;
         EXPECT_EQ(files(), 2) << name;
     }
     SetUp();

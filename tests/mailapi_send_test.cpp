@@ -82,6 +82,18 @@ std::string hostile_text(std::mt19937& dice, std::size_t most) {
     return text.substr(0, most);
 }
 
+// Lines that their last pair joins, as it loses the line end: 9.9 KiB, `size` letters and a dot.
+std::string one_long_line(std::size_t size) {
+    std::string line;
+    for (int i = 0; i < 340; ++i)
+        line +=
+            "\x82\xA0"
+            "a";
+    line += "\x81 \r\n";
+    return line + line + line + std::string(1000, 'b') + "\x81 \r\n" + std::string(size, 'b') +
+           ".\r\nMAIL FROM:<forged@example.test>\r\n";
+}
+
 TEST(Send, NoTextEndsTheMailOrStartsAnother) {
     const EucLocale euc;
     std::mt19937 dice(1);
@@ -89,7 +101,9 @@ TEST(Send, NoTextEndsTheMailOrStartsAnother) {
         std::setlocale(LC_ALL, kind == kEuc && euc.is_set() ? "ja_JP.eucJP" : "C");
         for (int n = 0; n < 60; ++n) {
             Delivery delivery(kind);
-            delivery.mail.body = hostile_text(dice, MAIL_BODY_MAX);
+            delivery.mail.body = kind == kPartial && n < 20
+                                     ? one_long_line(40 + static_cast<std::size_t>(n))
+                                     : hostile_text(dice, MAIL_BODY_MAX);
             delivery.mail.subject = hostile_text(dice, MAIL_SUBJECT_MAX);
             ASSERT_GE(delivery.run().result, MAIL_SENT);
             std::size_t pieces = 0;

@@ -22,17 +22,20 @@ namespace fs = std::filesystem;
 struct Prepared {
     explicit Prepared(const char* body, const char* subject = "",
                       std::vector<MailEntry> attachments = {})
-        : parts{{MAIL_KIND_BODY, 0, body}}, job(args) {
+        : parts{{MAIL_KIND_BODY, 0, body}}, job(arguments(detail.data())) {
         parts.insert(parts.end(), attachments.begin(), attachments.end());
-        args.detail = detail.data();
-        args.work_dir = support::kWorkDir;
         job.parts = parts;
         job.body_length = body != nullptr ? std::string_view(body).size() : 0;
         std::string_view(subject).copy(job.subject.data(), kSubjectSize - 1);
     }
+    static SendArguments arguments(char* detail) {
+        SendArguments args{};
+        args.detail = detail;
+        args.work_dir = support::kWorkDir;
+        return args;
+    }
     std::vector<MailEntry> parts;
     std::array<char, kDetailSize> detail{};
-    SendArguments args{};
     SendJob job;
 };
 

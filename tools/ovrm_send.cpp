@@ -1,76 +1,139 @@
 // ovrm_send.cpp - sends one mail through the library, by hand or from a script.
 //
-// The command sends through ovrmail.hpp, as any C++ program may. It sets no locale: the library
-// then takes text as Shift_JIS, to which the header converts it.
+// The command sends through ovrmail.hpp, as any C++ program may; where the sentence of an outcome
+// is not enough, it reads the mail log of its own process. It sets no locale: the library then
+// takes text as Shift_JIS, to which the header converts it.
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <csignal>
+#include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "ovrm_send_compose.hpp"
 #include "ovrm_send_config.hpp"
+#include "ovrm_send_log.hpp"
 #include "ovrm_send_options.hpp"
+#include "ovrm_send_prepared.hpp"
 #include "ovrm_send_request.hpp"
 #include "ovrm_send_results.hpp"
+#include "ovrm_send_show.hpp"
 #include "ovrm_send_watch.hpp"
 #include "ovrmail.hpp"
 
 namespace {
 
-using ovrm_send::Options;
-using ovrm_send::Request;
+using namespace ovrm_send;
 
-constexpr std::uint64_t kBigMail =
-    1024 * ovrm_send::kBlock; /* bytes; above it a progress line is shown */
+constexpr std::uint64_t kBigMail = 1 << 20; /* bytes; above it a progress line is shown */
 
-// The mail log of this process: one file, to which an earlier process of the same number may have
-// written before.
-class LogExcerpt {
+// One run: what is to be sent, and what its sends share.
+class Run {
 public:
-    LogExcerpt() : path_("/var/opt/Quorvin/log/rmsmtp" + std::to_string(getpid()) + ".log") {
-        std::ifstream file(path_, std::ios::binary | std::ios::ate);
-        if (file) before_ = file.tellg();
-    }
-    void print() const {
-        std::ifstream file(path_, std::ios::binary | std::ios::ate);
-        if (!file) {
-            std::cerr << "ovrm-send: no mail log at " << path_ << "\n";
-            return;
-        }
-        const bool continued = file.tellg() > before_;
-        file.seekg(continued ? before_ : std::streampos(0));
-        for (std::string line; std::getline(file, line);) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            std::cout << ovrmail::from_library_text(line) << "\n";
-        }
-    }
+    Run(const Options& options, Watch& watch, const TemporaryDirectory& directory)
+        : options_(options), watch_(watch), directory_(directory), request_(options) {}
+
+    // The exit status of the whole.
+    int carry_out();
 
 private:
-    std::string path_;
-    std::streampos before_ = 0;
+    [[nodiscard]] ovrmail::Mail mail(const Addresses& to) const;
+    ovrmail::Outcome call(const Addresses& to) const;
+    int send(const Addresses& to) const;
+    [[nodiscard]] int send_all() const;
+    [[nodiscard]] int dry_run() const;
+    void remove_temporary_attachments() const;
+
+    const Options& options_;
+    Watch& watch_;
+    const TemporaryDirectory& directory_;
+    const Request request_;
+    std::optional<PreparedCopy> prepared_;
+    Findings findings_;
 };
 
-int send(const Options& options, const Request& request) {
-    const std::uint64_t bytes = request.estimated_bytes();
-    const bool progress = !options.quiet && isatty(STDERR_FILENO) != 0 && bytes > kBigMail;
-    const LogExcerpt log;
-    const ovrmail::Outcome outcome = [&] {
-        const ovrm_send::Watch watch(progress ? bytes : 0);
-        return ovrmail::send(request.mail(), request.server());
-    }();
-    if (options.verbose) log.print();
-    return ovrm_send::report_outcome(outcome, options.quiet);
+int Run::carry_out() {
+    if (request_.exit_status() != EX_OK) return request_.exit_status();
+    if (!options_.prepared.empty() && !options_.prepared_raw) {
+        prepared_.emplace(*request_.mail(options_.to).prepared);
+        if (const auto& problem = prepared_->problem()) return report_problem(*problem);
+    }
+    if (options_.dry_run) return dry_run();
+    if (!options_.composed_here())
+        findings_ = inspect_mail(request_, mail({options_.to.front()}), directory_);
+    return send_all();
+}
+
+ovrmail::Mail Run::mail(const Addresses& to) const {
+    ovrmail::Mail mail = request_.mail(to);
+    if (prepared_) mail.prepared = prepared_->files();
+    for (ovrmail::Attachment& attachment : mail.attachments)
+        attachment.temporary = false; /* they go when all mails have been sent */
+    return mail;
+}
+
+int Run::dry_run() const {
+    for (const std::string& remark : host_name_remarks()) warn(remark);
+    const Addresses to = options_.each ? Addresses{options_.to.front()} : options_.to;
+    if (to.size() < options_.to.size())
+        complain("shown is the mail to " + to.front().mailbox + ", the first of " +
+                 std::to_string(options_.to.size()));
+    if (!options_.composed_here()) return print_mail(request_, mail(to), directory_);
+    std::string message;
+    const auto problem = compose_message(options_, request_.letter(), to, message);
+    return problem ? report_problem(*problem) : print_message(message);
+}
+
+ovrmail::Outcome Run::call(const Addresses& to) const {
+    if (!options_.composed_here()) return ovrmail::send(mail(to), request_.server());
+    std::string message;
+    if (const auto problem = compose_message(options_, request_.letter(), to, message))
+        return *problem;
+    return ovrmail::send_message(message, request_.server(), options_.from.front().mailbox,
+                                 mailboxes(to));
+}
+
+int Run::send(const Addresses& to) const {
+    const std::uint64_t bytes = request_.estimated_bytes();
+    const bool progress = !options_.quiet && isatty(STDERR_FILENO) != 0 && bytes > kBigMail;
+    LogReader log(options_.verbose);
+    watch_.begin(log, options_.verbose, progress ? bytes : 0);
+    const ovrmail::Outcome outcome = call(to);
+    watch_.end();
+    log.read();
+    return report_delivery({request_, to, outcome, Dialogue(log.lines()), findings_});
+}
+
+int Run::send_all() const {
+    int status = EX_OK;
+    if (!options_.each) {
+        status = send(options_.to);
+    } else {
+        for (const Address& to : options_.to) status = worse(status, send({to}));
+    }
+    if (status == EX_OK || status == kExitUnauthenticated) remove_temporary_attachments();
+    return status;
+}
+
+void Run::remove_temporary_attachments() const {
+    for (const ovrmail::Attachment& attachment : options_.attachments) {
+        if (attachment.temporary && unlink(attachment.path.c_str()) != 0)
+            warn(attachment.path + " cannot be deleted: " + std::strerror(errno));
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    claim_standard_files();
+    std::signal(SIGPIPE, SIG_IGN); /* a reader of -v that goes away does not keep the mail back */
     Options options;
-    if (const auto status = ovrm_send::parse_command_line(argc, argv, options)) return *status;
-    if (options.check_config) return ovrm_send::check_config();
-    const Request request(options);
-    if (request.exit_status() != EX_OK) return request.exit_status();
-    return options.dry_run ? ovrm_send::dry_run(options, request) : send(options, request);
+    if (const auto status = parse_command_line(argc, argv, options)) return *status;
+    if (options.quiet) hold_warnings();
+    if (options.check_config) return check_config(options);
+    const TemporaryDirectory directory;
+    Watch watch(directory.path());
+    return Run(options, watch, directory).carry_out();
 }

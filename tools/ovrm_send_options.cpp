@@ -14,6 +14,9 @@
 #include <limits>
 #include <string_view>
 
+#include "ovrm_send_server.hpp"
+#include "ovrm_send_show.hpp"
+
 namespace ovrm_send {
 namespace {
 
@@ -21,6 +24,11 @@ using ovrmail::PopFirst;
 using ovrmail::TimeOuts;
 
 constexpr std::int32_t kMaxPort = 65535;
+#ifdef OVRMAIL_WITH_GMIME
+#define COMPOSER_NOTE ""
+#else
+#define COMPOSER_NOTE " (not in this build)"
+#endif
 
 struct Row;
 using Apply = bool (*)(Options&, const Row&, std::string_view);
@@ -33,8 +41,8 @@ struct Row {
     Apply apply;
 };
 
-bool complain(std::string_view option, std::string_view what) {
-    std::cerr << "ovrm-send: --" << option << ": " << what << "\n";
+bool refuse(const Row& row, const std::string& what) {
+    complain(std::string("--") + row.name + ": " + what);
     return false;
 }
 
@@ -44,8 +52,8 @@ bool number(const Row& row, std::string_view text, std::int32_t low, std::int32_
     std::int32_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc{} || end != text.data() + text.size() || value < low || value > high) {
-        return complain(row.name, "needs a number from " + std::to_string(low) + " to " +
-                                      std::to_string(high) + ", not \"" + std::string(text) + "\"");
+        return refuse(row, "needs a number from " + std::to_string(low) + " to " +
+                               std::to_string(high) + ", not \"" + std::string(text) + "\"");
     }
     out = static_cast<Number>(value);
     return true;
@@ -53,10 +61,11 @@ bool number(const Row& row, std::string_view text, std::int32_t low, std::int32_
 
 bool text_within(const Row& row, std::string_view text, std::size_t limit, std::string& out) {
     if (text.empty() || text.size() > limit) {
-        return complain(row.name, "needs 1 to " + std::to_string(limit) + " characters");
+        const std::string given = text.empty() ? "none" : std::to_string(text.size());
+        return refuse(row, "needs 1 to " + std::to_string(limit) + " bytes, not " + given);
     }
     if (text.find_first_of("\r\n") != std::string_view::npos) {
-        return complain(row.name, "must not contain a line break");
+        return refuse(row, "must not contain a line break");
     }
     out = text;
     return true;
@@ -88,11 +97,34 @@ bool set_port(Options& options, const Row& row, std::string_view text) {
     return number(row, text, 1, kMaxPort, options.port);
 }
 
-bool add_recipient(Options& options, const Row& row, std::string_view text) {
-    std::string list = options.to;
-    if (!list.empty()) list += ',';
-    list += text;
-    return text_within(row, list, MAIL_ADDRESS_MAX, options.to);
+bool host_name(const Row& row, std::string_view text, std::string& out) {
+    if (!text_within(row, text, MAIL_ADDRESS_MAX, out)) return false;
+    const std::string problem = host_problem(text);
+    return problem.empty() || refuse(row, "\"" + out + "\" " + problem);
+}
+
+bool set_server(Options& options, const Row& row, std::string_view text) {
+    return host_name(row, text, options.server);
+}
+
+bool add_addresses(const Row& row, std::string_view text, Addresses& out) {
+    const std::size_t before = out.size();
+    if (const std::string why = read_addresses(text, out); !why.empty()) return refuse(row, why);
+    for (std::size_t i = before; i < out.size(); ++i) {
+        std::string mailbox;
+        if (!text_within(row, out[i].mailbox, MAIL_ADDRESS_MAX, mailbox)) return false;
+    }
+    return true;
+}
+
+bool set_sender(Options& options, const Row& row, std::string_view text) {
+    options.from.clear();
+    if (!add_addresses(row, text, options.from)) return false;
+    return options.from.size() == 1 || refuse(row, "takes one address");
+}
+
+bool add_recipients(Options& options, const Row& row, std::string_view text) {
+    return add_addresses(row, text, options.to);
 }
 
 template <bool Temporary>
@@ -126,8 +158,8 @@ bool set_mechanisms(Options& options, const Row& row, std::string_view text) {
         const auto* known = std::find_if(kKnown.begin(), kKnown.end(),
                                          [&](const Mechanism& k) { return k.name == name; });
         if (known == kKnown.end()) {
-            return complain(row.name, "knows cram-md5, plain, login and any, not \"" +
-                                          std::string(name) + "\"");
+            return refuse(
+                row, "knows cram-md5, plain, login and any, not \"" + std::string(name) + "\"");
         }
         options.mechanisms |= known->bit;
         at = comma + 1;
@@ -137,8 +169,9 @@ bool set_mechanisms(Options& options, const Row& row, std::string_view text) {
 
 bool set_pop_host(Options& options, const Row& row, std::string_view text) {
     PopFirst& pop = options.pop ? *options.pop : options.pop.emplace();
-    const std::size_t colon = text.find(':');
-    if (!text_within(row, text.substr(0, colon), MAIL_ADDRESS_MAX, pop.host)) return false;
+    const std::size_t colon =
+        std::count(text.begin(), text.end(), ':') == 1 ? text.find(':') : std::string_view::npos;
+    if (!host_name(row, text.substr(0, colon), pop.host)) return false;
     return colon == std::string_view::npos ||
            number(row, text.substr(colon + 1), 1, kMaxPort, pop.port);
 }
@@ -154,22 +187,29 @@ bool set_pop_time_out(Options& options, const Row& row, std::string_view text) {
 }
 
 constexpr std::array kRows{
-    Row{"server", 'S', "HOST", "SMTP server, name or dotted IPv4 address",
-        set_text<&Options::server, MAIL_ADDRESS_MAX>},
+    Row{"server", 'S', "HOST", "SMTP server, name or dotted IPv4 address", set_server},
     Row{"port", 'p', "N", "its port (the \"smtp\" service, else 25)", set_port},
-    Row{"from", 'f', "ADDRESS", "sender", set_text<&Options::from, MAIL_ADDRESS_MAX>},
-    Row{"to", 't', "ADDRESS", "recipient; repeat it or separate with commas", add_recipient},
+    Row{"from", 'f', "ADDRESS", "sender", set_sender},
+    Row{"to", 't', "ADDRESS", "recipient; repeat it or separate with commas", add_recipients},
+    Row{"each", 0, nullptr, "send a mail of its own to each recipient", set_flag<&Options::each>},
     Row{"subject", 's', "TEXT", "subject, UTF-8; 64 bytes once converted",
         set_text<&Options::subject, MAIL_PATH_MAX>},
     Row{"body", 'b', "TEXT", "text of the mail, UTF-8; 10238 bytes once converted",
         set_any<&Options::body>},
     Row{"body-file", 'F', "FILE", "read the text from FILE, - for standard input",
         set_any<&Options::body_file>},
+    Row{"utf8", 0, nullptr, "any characters" COMPOSER_NOTE, set_flag<&Options::utf8>},
+    Row{"html", 0, "FILE", "the text as HTML, UTF-8, from FILE" COMPOSER_NOTE,
+        set_any<&Options::html_file>},
+    Row{"replace", 0, nullptr, "send \"?\" for characters that cannot be sent",
+        set_flag<&Options::replace>},
     Row{"attach", 'a', "FILE", "attach FILE; repeatable", add_attachment<false>},
     Row{"attach-temp", 0, "FILE", "the same; FILE is deleted after a successful send",
         add_attachment<true>},
     Row{"split", 0, "[KB]", "send a larger mail in pieces of 10 to 100 KB (64)", set_split},
     Row{"auth", 0, "LIST", "SMTP AUTH: cram-md5, plain, login, or any", set_mechanisms},
+    Row{"auth-optional", 0, nullptr, "a mail sent without the --auth asked for is no failure",
+        set_flag<&Options::auth_optional>},
     Row{"pop-before", 0, "HOST[:PORT]", "log in to this POP3 server first", set_pop_host},
     Row{"pop-wait", 0, "MS", "milliseconds to wait after the POP3 session (0)", set_pop_wait},
     Row{"pop-timeout", 0, "SECONDS", "time for one POP3 reply, 60 to 3600 (60)", set_pop_time_out},
@@ -183,6 +223,8 @@ constexpr std::array kRows{
         set_text<&Options::prepared, MAIL_PATH_MAX>},
     Row{"prepared-header", 0, "FILE", "with --prepared: header lines to use instead of generated",
         set_text<&Options::prepared_header, MAIL_PATH_MAX>},
+    Row{"prepared-raw", 0, nullptr, "with --prepared: the bytes as they are",
+        set_flag<&Options::prepared_raw>},
     Row{"timeout-greeting", 0, "SECONDS", "greeting, EHLO, AUTH (300); all: 60 to 3600",
         set_time_out<&TimeOuts::greeting>},
     Row{"timeout-mail", 0, "SECONDS", "MAIL FROM (300)", set_time_out<&TimeOuts::mail>},
@@ -191,14 +233,13 @@ constexpr std::array kRows{
     Row{"timeout-block", 0, "SECONDS", "each block of the message (180)",
         set_time_out<&TimeOuts::block>},
     Row{"timeout-end", 0, "SECONDS", "the end of the message (600)", set_time_out<&TimeOuts::end>},
-    Row{"replace", 0, nullptr, "send \"?\" for characters that cannot be sent",
-        set_flag<&Options::replace>},
     Row{"dry-run", 'n', nullptr, "print the message as it would go out; connect to nothing",
         set_flag<&Options::dry_run>},
-    Row{"check-config", 0, nullptr, "check directories and configuration files, send nothing",
+    Row{"check-config", 0, nullptr, "check directories and settings, with -S also the server",
         set_flag<&Options::check_config>},
-    Row{"verbose", 'v', nullptr, "show the mail log of this send", set_flag<&Options::verbose>},
-    Row{"quiet", 'q', nullptr, "say nothing when the mail was sent", set_flag<&Options::quiet>},
+    Row{"verbose", 'v', nullptr, "show the dialogue while it happens", set_flag<&Options::verbose>},
+    Row{"quiet", 'q', nullptr, "say nothing when all is well, warn of nothing",
+        set_flag<&Options::quiet>},
     Row{"help", 'h', nullptr, "show this text", nullptr},
     Row{"version", 'V', nullptr, "show the version", nullptr},
 };
@@ -218,47 +259,15 @@ int print_help() {
         std::cout << left << ' ' << row.help << "\n";
     }
     std::cout
-        << "\nExit status: 0 the server has the mail; 64 a mistake on the command line; others"
-           "\nby result, see ovrm-send(1). A password is never taken from the command line.\n";
+        << "\nWithout -b, -F and --html the text is standard input. Exit status: 0 the server has"
+           "\nthe mail; 64 a mistake on the command line; others by result, see ovrm-send(1)."
+           "\nA password is never taken from the command line.\n";
     return EX_OK;
-}
-
-bool complete(const Options& options) {
-    struct Rule {
-        bool broken;
-        const char* text;
-    };
-    const bool account = options.mechanisms != 0 || options.pop.has_value();
-    const bool secret = options.password_file.has_value() || options.password_variable.has_value();
-    const bool prepared = !options.prepared.empty();
-    const std::array rules{
-        Rule{options.server.empty() && !options.dry_run, "--server is missing"},
-        Rule{options.from.empty(), "--from is missing"},
-        Rule{options.to.empty(), "--to is missing"},
-        Rule{options.body && options.body_file, "--body and --body-file exclude each other"},
-        Rule{options.mechanisms != 0 && options.pop, "--auth and --pop-before exclude each other"},
-        Rule{options.pop && options.pop->host.empty(),
-             "--pop-wait, --pop-timeout: no --pop-before"},
-        Rule{account && options.user.empty(), "--auth and --pop-before need --user"},
-        Rule{account && !secret, "--auth and --pop-before need --password-file or --password-env"},
-        Rule{!account && (secret || !options.user.empty()),
-             "--user and its password need --auth or --pop-before"},
-        Rule{options.password_file && options.password_variable,
-             "--password-file and --password-env exclude each other"},
-        Rule{prepared && (options.body || options.body_file || !options.attachments.empty()),
-             "--prepared takes neither a body nor attachments"},
-        Rule{prepared && options.split_kb, "a prepared message cannot be split"},
-        Rule{!prepared && !options.prepared_header.empty(), "--prepared-header needs --prepared"},
-    };
-    for (const Rule& rule : rules) {
-        if (rule.broken) std::cerr << "ovrm-send: " << rule.text << "\n";
-    }
-    return std::none_of(rules.begin(), rules.end(), [](const Rule& rule) { return rule.broken; });
 }
 
 struct GetoptTable {
     std::array<option, kRows.size() + 1> longs{};
-    std::string shorts;
+    std::string shorts = ":"; /* a missing value is told from an unknown option */
 };
 
 GetoptTable getopt_table() {
@@ -286,19 +295,29 @@ const Row* row_of(int found) {
 }
 
 int usage_error() {
-    std::cerr << "Try: ovrm-send --help\n";
+    complain("try: ovrm-send --help");
     return EX_USAGE;
+}
+
+int bad_option(int found, char** argv) {
+    const bool is_letter = optopt > 0 && optopt <= std::numeric_limits<char>::max();
+    const std::string word =
+        is_letter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+    const char* const what = found == ':' ? "\" needs a value" : "\": unknown or ambiguous option";
+    complain("\"" + word + what);
+    return usage_error();
 }
 
 }  // namespace
 
 std::optional<int> parse_command_line(int argc, char** argv, Options& options) {
     const GetoptTable table = getopt_table();
+    opterr = 0; /* its messages would show a word as it is */
     int found = 0;
     while ((found = getopt_long(argc, argv, table.shorts.c_str(), table.longs.data(), nullptr)) !=
            -1) {
-        const Row* row = found == '?' ? nullptr : row_of(found);
-        if (row == nullptr) return usage_error();
+        const Row* row = row_of(found);
+        if (row == nullptr) return bad_option(found, argv);
         if (row->letter == 'h') return print_help();
         if (row->letter == 'V') {
             std::cout << "ovrm-send (ovrmail) " OVRMAIL_VERSION "\n";
@@ -307,10 +326,10 @@ std::optional<int> parse_command_line(int argc, char** argv, Options& options) {
         if (!row->apply(options, *row, optarg != nullptr ? optarg : "")) return usage_error();
     }
     if (optind < argc) {
-        std::cerr << "ovrm-send: unexpected argument \"" << argv[optind] << "\"\n";
+        complain(std::string("unexpected argument \"") + argv[optind] + "\"");
         return usage_error();
     }
-    if (!options.check_config && !complete(options)) return usage_error();
+    if (!options.check_config && !is_complete(options)) return usage_error();
     return std::nullopt;
 }
 

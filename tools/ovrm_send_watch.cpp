@@ -1,4 +1,4 @@
-// ovrm_send_watch.cpp - progress from the outside, and signals.
+// ovrm_send_watch.cpp - what can be seen of a send from the outside, and signals.
 #include "ovrm_send_watch.hpp"
 
 #include <arpa/inet.h>
@@ -19,13 +19,16 @@
 #include <optional>
 #include <string>
 
+#include "ovrm_send_dialogue.hpp"
+#include "ovrm_send_places.hpp"
+#include "ovrm_send_show.hpp"
+
 namespace ovrm_send {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kWorkDir = "/var/opt/Quorvin/tmp";
-constexpr int kTickMs = 200;
+constexpr int kTickMs = 100;
 constexpr double kMiB = 1024.0 * 1024.0;
 
 struct Sight {
@@ -44,9 +47,9 @@ std::optional<std::uint64_t> acknowledged(int fd) {
     return info.tcpi_bytes_acked;
 }
 
-Sight look() {
+Sight look_at_send() {
     Sight sight;
-    const std::string composed = std::string(kWorkDir) + "/EST";
+    const std::string composed = work_directory() + "/" + paths::kComposedFilePrefix;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd", error)) {
         const std::string target = fs::read_symlink(entry.path(), error).string();
@@ -66,18 +69,20 @@ Sight look() {
 }
 
 void remove_working_files() {
-    const std::string ending = std::to_string(getpid()) + "-";
+    const std::string process = std::to_string(getpid()) + "-";
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(kWorkDir, error)) {
+    for (const auto& entry : fs::directory_iterator(work_directory(), error)) {
         const std::string name = entry.path().filename().string();
-        const bool ours = name.compare(0, 3, "EST") == 0 || name.compare(0, 3, "EMT") == 0;
-        if (ours && name.compare(3, ending.size(), ending) == 0) fs::remove(entry.path(), error);
+        for (const char* const prefix : {paths::kBodyFilePrefix, paths::kComposedFilePrefix}) {
+            if (name.starts_with(prefix + process)) fs::remove(entry.path(), error);
+        }
     }
 }
 
 }  // namespace
 
-Watch::Watch(std::uint64_t estimated_bytes) : estimated_bytes_(estimated_bytes) {
+Watch::Watch(std::string temporary_directory)
+    : temporary_directory_(std::move(temporary_directory)) {
     sigemptyset(&signals_);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals_, number);
     pthread_sigmask(SIG_BLOCK, &signals_, &previous_);
@@ -94,30 +99,65 @@ Watch::~Watch() {
     pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
 
+void Watch::begin(LogReader& log, bool follow, std::uint64_t estimated_bytes) {
+    const std::lock_guard lock(mutex_);
+    log_ = &log;
+    follow_ = follow;
+    estimated_bytes_ = estimated_bytes;
+    has_begun_ = true;
+}
+
+void Watch::end() {
+    const std::lock_guard lock(mutex_);
+    log_ = nullptr;
+    clear_progress();
+}
+
 void Watch::run() {
     pollfd waited[] = {{stop_fd_, POLLIN, 0}, {signal_fd_, POLLIN, 0}};
     for (;;) {
-        const int ready = poll(waited, 2, estimated_bytes_ != 0 ? kTickMs : -1);
+        const int ready = poll(waited, 2, kTickMs);
         if (ready < 0 && errno != EINTR) break;
         if (ready > 0 && waited[0].revents != 0) break;
+        const std::lock_guard lock(mutex_);
         if (ready > 0) end_on_signal();
-        if (estimated_bytes_ != 0) show();
+        look();
     }
-    if (shown_) std::fputs("\r\033[K", stderr);
+}
+
+void Watch::look() {
+    if (log_ == nullptr) return;
+    if (follow_) {
+        clear_progress();
+        log_->read();
+    }
+    if (estimated_bytes_ != 0) show_progress();
+}
+
+// An entry may be on its way to the log while the message is sent: only what was before that is
+// certain.
+const char* Watch::fate_of_mail() {
+    if (!has_begun_) return "; nothing was sent";
+    if (log_ == nullptr) return ""; /* between two sends, whose outcomes were told */
+    log_->read();
+    const Dialogue dialogue(log_->lines());
+    const bool is_before = dialogue.logged && dialogue.step < Step::kData && dialogue.taken == 0;
+    return is_before ? "; the mail was not sent" : "; the server may or may not have the mail";
 }
 
 void Watch::end_on_signal() {
     signalfd_siginfo info{};
     if (read(signal_fd_, &info, sizeof info) != ssize_t(sizeof info)) return;
+    clear_progress();
     remove_working_files();
-    std::fprintf(stderr,
-                 "%sovrm-send: ended by signal %u; the server may or may not have the mail\n",
-                 shown_ ? "\n" : "", info.ssi_signo);
+    std::error_code error;
+    if (!temporary_directory_.empty()) fs::remove_all(temporary_directory_, error);
+    complain("ended by signal " + std::to_string(info.ssi_signo) + fate_of_mail());
     _exit(128 + static_cast<int>(info.ssi_signo));
 }
 
-void Watch::show() {
-    const Sight sight = look();
+void Watch::show_progress() {
+    const Sight sight = look_at_send();
     if (!sight.composed_bytes) return;
     const bool sending = sight.acknowledged_bytes.has_value();
     const std::uint64_t total =
@@ -129,6 +169,11 @@ void Watch::show() {
                  static_cast<double>(total) / kMiB);
     std::fflush(stderr);
     shown_ = true;
+}
+
+void Watch::clear_progress() {
+    if (shown_) std::fputs("\r\033[K", stderr);
+    shown_ = false;
 }
 
 }  // namespace ovrm_send

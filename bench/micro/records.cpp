@@ -27,7 +27,7 @@ void record_fprintf(benchmark::State& state) {
     int lines = 0;
     for (auto _ : state) {
         std::fprintf(file, "%ld %s %d\n", static_cast<long>(std::time(nullptr)), kPoint, lines);
-        if (++lines % 100'000 == 0) std::rewind(file);  // like a ring, it does not grow for ever
+        if (++lines % 100'000 == 0) std::rewind(file);  // like a ring, it does not grow without end
     }
     std::fclose(file);
 }

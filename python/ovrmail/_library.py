@@ -87,7 +87,7 @@ _lock = threading.Lock()
 
 
 def _forget_lock() -> None:
-    """A child born while a send runs would wait for ever: the thread that sends is not in it."""
+    """A child born while a send runs would wait without end: the thread that sends is not in it."""
     global _lock
     _lock = threading.Lock()
 

@@ -70,10 +70,8 @@ class _Handler(socketserver.StreamRequestHandler):
             verb = command.split(" ")[0].upper()
             answer = self.rule(command)
             if answer == "stall":
-                owner.stalled.set()
-                owner.release.wait()
-                raise EOFError
-            if answer:
+                self.stall(owner)
+            elif answer:
                 self.say(answer)
             elif verb == "EHLO":
                 self.say("250-test\r\n250 AUTH CRAM-MD5 PLAIN LOGIN" if owner.account else "250 test")
@@ -82,11 +80,17 @@ class _Handler(socketserver.StreamRequestHandler):
             elif verb == "DATA":
                 self.say("354 go")
                 owner.mails.append(self.message())
-                self.say(self.rule("END") or "250 taken")
+                answer = self.rule("END") or "250 taken"
+                self.stall(owner) if answer == "stall" else self.say(answer)
             elif verb == "QUIT":
                 return self.say("221 bye")
             else:
                 self.say("250 ok")
+
+    def stall(self, owner):
+        owner.stalled.set()
+        owner.release.wait()
+        raise EOFError
 
     def authenticate(self, command, owner):
         user, password = owner.account
