@@ -106,6 +106,7 @@ const Case kCases[] = {
     {"password 65", [](auto& m) { m.use_auth(), std::memset(m.account.szPassword, 'p', 65); }, -1},
     {"no mechanism", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 0; }, -1},
     {"mechanisms not 1 to 4", [](auto& m) { m.use_auth(), m.account.ulMechanisms = ~7U; }, -1},
+    {"mechanism 16", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 16; }, -1},
     {"mechanisms 17", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 17; }, kAccepted},
     {"pop user empty", [](auto& m) { m.use_pop(), m.pop.szUser[0] = 0; }, -1},
     {"pop password 65", [](auto& m) { m.use_pop(), std::memset(m.pop.szPassword, 'p', 65); }, -1},

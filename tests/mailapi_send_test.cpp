@@ -63,7 +63,15 @@ TEST(Send, PlainMailByteForByte) {
                   "Content-Transfer-Encoding: base64\r\n"
                   "Content-Disposition: attachment;\r\n\tfilename=\"temporary.bin\"\r\n\r\n" +
                   t100 + "\r\n" + t100.substr(0, 64) + "dA==\r\n--B--\r\n");
-    EXPECT_EQ(log_lines().front(), "-: a  b");
+    const std::string ok = "R: 250 ok\n";
+    std::string log;
+    for (const auto& line : log_lines()) log += line + "\n";
+    EXPECT_EQ(log, "-: a  b\nR: 220 hi\nS: EHLO " + std::string(host.c_str()) +
+                       "\nR: 250-hi\nR: 250 AUTH LOGIN PLAIN CRAM-MD5\n"
+                       "S: MAIL FROM:<bob@example.test>\n" +
+                       ok + "S: RCPT TO:<ann@example.test>\n" + ok +
+                       "S: RCPT TO:<amy@example.test>\n" + ok +
+                       "S: DATA\nR: 354 go\nS: \nR: 250 kept\nS: QUIT\nR: 221 bye\n");
 }
 
 // Pieces of text as an attacker would join them: around the 1,024 bytes at which a line is broken,
@@ -224,7 +232,7 @@ TEST(Send, ComposedFileCutShortGetsNoEndMark) {
 
 TEST(Send, PopComesFirst) {
     for (const auto& [given, used] :
-         {std::pair<int, unsigned>{30, 60}, {60, 60}, {4000, 60}, {3600, 3600}}) {
+         {std::pair<int, unsigned>{59, 60}, {61, 61}, {3601, 60}, {3600, 3600}}) {
         Delivery delivery(kPop);
         delivery.mail.pop.lWaitMs = 2500;
         delivery.mail.pop.usTimeOut = static_cast<std::uint16_t>(given);
@@ -279,14 +287,26 @@ TEST(Send, HoldsNoPassword) {
     }
 }
 
+// The port is 25, and a mail of more than 64 KiB is split.
 TEST(Send, NullOptionsMeanTheDefaults) {
-    const MailEntry to{MAIL_KIND_RECIPIENT, 0, "a@b"};
-    const MailEntry body{MAIL_KIND_BODY, 0, nullptr};
-    std::array<char, 256> detail{};
-    const fault::Watch watch;
-    EXPECT_EQ(OvRm_SendEMail(&to, 1, &body, 1, "a@b", "", "a.invalid", 0, nullptr, nullptr, nullptr,
-                             detail.data()),
-              MAIL_E_CONNECT);
+    const TempDir dir;
+    for (const auto& [size, is_split] : {std::pair{49'000, false}, {49'152, true}}) {
+        fault::Faults faults;
+        faults.plan("connect", 1, {-1, EHOSTUNREACH});
+        faults.plan("getservbyname_r", 2, {ENOENT});
+        SampleMail mail;
+        const std::string path = dir.file("file");
+        write_file(path, std::string(static_cast<std::size_t>(size), 'f'));
+        mail.attachments = {{MAIL_KIND_ATTACHMENT, 0, path.c_str()}};
+        mail.has_options = false;
+        mail.partial = 1;
+        mail.server = "127.0.0.1";
+        set_logs(5, 2);
+        for (const auto& ring : paths_in(kTraceDir)) fs::remove(ring);
+        EXPECT_EQ(mail.send(), MAIL_E_CONNECT);
+        EXPECT_EQ(ntohs(faults.peer.sin_port), 25);
+        EXPECT_EQ(ring_bytes().find("smtp1500") != std::string::npos, is_split) << size;
+    }
     const MailTimeout wanted{300, 300, 300, 120, 180, 600};
     EXPECT_EQ(std::memcmp(&g_stMailTimeout, &wanted, sizeof wanted), 0);
 }

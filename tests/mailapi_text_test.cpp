@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "codeset.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
 #include "support/delivery.hpp"
@@ -49,10 +50,13 @@ protected:
 };
 
 TEST_F(Euc, NameDecidesTheCode) {
+    constexpr auto kEuc = TextCode::kEuc, kShiftJis = TextCode::kShiftJis,
+                   kOther = TextCode::kOther;
     const std::pair<const char*, TextCode> names[] = {
-        {"ja_JP.eucJP", TextCode::kEuc}, {"JA_JP.EUCJP", TextCode::kEuc}, {"ja", TextCode::kEuc},
-        {"ja_JP.ujis", TextCode::kEuc},  {"SJIS", TextCode::kShiftJis},   {"JA", TextCode::kOther},
-        {"C", TextCode::kOther},
+        {"eucJP", kEuc},     {"EUC", kEuc},        {"euc", kEuc},         {"ja", kEuc},
+        {"ja_JP", kEuc},     {"ja_JP.ujis", kEuc}, {"ja_JP.eucJP", kEuc}, {"JA_JP.EUCJP", kEuc},
+        {"SJIS", kShiftJis}, {"PCK", kShiftJis},   {"JA", kOther},        {"EUCJP", kOther},
+        {"C", kOther},
     };
     for (const auto& [name, code] : names) {
         std::error_code exists;
@@ -61,6 +65,10 @@ TEST_F(Euc, NameDecidesTheCode) {
         ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name;
         EXPECT_EQ(locale_text_code(), code) << name;
     }
+    // Names that this C library does not take.
+    EXPECT_STREQ(stEucLangInfo[0].name, "ja_JP.euc");
+    EXPECT_STREQ(stSjisLangInfo[0].name, "ja_JP.PCK");
+    EXPECT_STREQ(stSjisLangInfo[3].name, "ja_JP.SJIS");
 }
 
 TEST_F(Euc, TextIsConvertedLineByLine) {

@@ -1,5 +1,5 @@
-// Lines seen ahead, blocks, the clock's arithmetic, connecting, recipients. What every call may do
-// to a conversation, and how long it may wait, hostile/rules.cpp tells; what any answer does,
+// Lines seen ahead, waits, blocks, the clock's arithmetic, connecting, recipients. What a failing
+// call and a server that misbehaves come to, mailapi_result_test tells; what any answer does,
 // fuzz/reply_fuzz.cpp.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -97,6 +98,27 @@ TEST(Send, TakesNothing) {
         EXPECT_EQ(pair.heard(), row.result == 0 ? "STAT\r\n" : "");
         EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
     }
+}
+
+// A wait of 10 seconds, three times interrupted after 3, ends after 10.
+TEST(Wait, GoesOnAfterASignal) {
+    const std::string much(1 << 20, 'x');
+    const std::pair<std::int32_t, std::function<std::int32_t(Pair&)>> cases[] = {
+        {-6,
+         [&](Pair& pair) {
+             return SMTP_recv(pair.ends[0], std::array<char, 99>{}.data(), 99, nullptr);
+         }},
+        {-6, [&](Pair& pair) { return SMTP_send(pair.ends[0], much.data(), 1 << 20, nullptr); }},
+        {-17, [](Pair& pair) { return Pop3_STAT(pair.ends[0], nullptr, nullptr, nullptr); }},
+    };
+    Pop3_SetTimeOut(10, nullptr);
+    for (const auto& [result, wait] : cases) {
+        Pair pair;
+        pair.plan("poll", 3, {-1, EINTR, 3});
+        EXPECT_EQ(wait(pair), result);
+        EXPECT_EQ(pair.now, 1'000'010);
+    }
+    Pop3_SetTimeOut(60, nullptr);
 }
 
 // Each send takes 9 of the 10 seconds that a block has.
@@ -227,6 +249,17 @@ TEST(Connect, Attempts) {
         }
 }
 
+// The pause between two attempts is a whole second, also when signals arrive.
+TEST(Connect, InterruptedPauseGoesOn) {
+    Faults faults;
+    faults.plan("connect", 1, {-1, ECONNREFUSED});
+    faults.plan("sleep", 1, {-1, EINTR});
+    faults.plan("clock_nanosleep", 2, {EINTR});
+    ScriptedServer server(friendly());
+    EXPECT_GE(::close(SMTP_connect("127.0.0.1", server.port(), nullptr)), 0);
+    EXPECT_EQ(faults.calls["clock_nanosleep"], 3);
+}
+
 TEST(Connect, PortsAndAddresses) {
     for (const Client& client : kClients) {
         const std::tuple<const char*, std::uint32_t, int, int> cases[] = {
@@ -294,6 +327,25 @@ TEST(Session, Recipients) {
         ::close(sock);
         const std::string& all = server.received();
         EXPECT_EQ(all.substr(all.find('\n') + 1), wire);
+    }
+}
+
+TEST(Session, RefusedPopCommands) {
+    const std::pair<const char*, std::int32_t> cases[] = {
+        {"", -2}, {"USER", -3}, {"PASS", -4}, {"STAT", -5}, {"QUIT", -8}};
+    for (const auto& [command, result] : cases) {
+        LogCapture log;
+        ScriptedServer server(friendly_pop({{command, "-ERR no\r\n"}}));
+        std::array<char, 1028> text{};
+        const Faults faults;
+        const int sock = Pop3_Connect("127.0.0.1", server.port(), nullptr, nullptr);
+        std::int32_t rc = Pop3_Login(sock, "user", "secret", text.data(), nullptr, nullptr);
+        EXPECT_EQ(log.text().find("S: ******") != std::string::npos, result < -3);
+        if (rc == 0) rc = Pop3_STAT(sock, text.data(), nullptr, nullptr);
+        if (rc == 0) rc = Pop3_Logout(sock, text.data(), nullptr, nullptr);
+        EXPECT_EQ(rc, result);
+        EXPECT_STREQ(text.data(), "-ERR no\r\n");
+        ::close(sock);
     }
 }
 

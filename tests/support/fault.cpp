@@ -425,6 +425,11 @@ unsigned __wrap_sleep(unsigned seconds) {
     fault::pass_ms(static_cast<long>(seconds) * 1000);
     return 0;
 }
+int __real_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* rest);
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* rest) {
+    const auto other = fault::instead<int>("clock_nanosleep", "");
+    return other ? *other : __real_clock_nanosleep(clock, flags, end, rest);
+}
 time_t __real_time(time_t* out);
 time_t __wrap_time(time_t* out) {
     static const time_t begin = __real_time(nullptr);
