@@ -232,6 +232,8 @@ public:
         EXPECT_TRUE(seen.is_clean())
             << seen.trash.size() << " files, " << seen.descriptors << " descriptors, "
             << seen.heap_blocks << " blocks, temporary kept: " << seen.temporary_kept;
+        const auto last = ovrm_trace::read_ring(ring_bytes()).records.back();
+        EXPECT_EQ(last.data, std::string(reinterpret_cast<const char*>(&seen.result), 4));
         add(step, fault, kind, seen);
     }
 

@@ -48,7 +48,6 @@ Order g_order;
 std::string g_hit;
 std::string g_about;
 int g_error = 0;
-long g_hits = 0;
 long g_blocks = 0;
 int g_descriptors = 0;
 long g_passed_ms = 0;
@@ -71,7 +70,6 @@ void hit(std::string_view function, std::string_view about, int error) {
     g_hit = function;
     g_about = about;
     errno = g_error = error;
-    ++g_hits;
 }
 
 bool ordered(std::string_view function, std::string_view about) {
@@ -109,11 +107,8 @@ bool fails(const char* function, std::string_view about) {
            (ordered(function, about) || (g_fault.mode != Mode::kHalf && strikes(function, about)));
 }
 
-bool heap_fails(const char* function, std::size_t size) {
-    if (!t_watched) return false;
-    const bool fails = g_order.function == function
-                           ? ordered(function, std::to_string(size))
-                           : g_fault.mode == Mode::kFail && strikes(function, "");
+bool heap_fails(const char* function) {
+    const bool fails = t_watched && g_fault.mode == Mode::kFail && strikes(function, "");
     if (fails) errno = g_error = ENOMEM;
     return fails;
 }
@@ -250,7 +245,6 @@ bool was_hit() { return !g_hit.empty(); }
 std::string last_hit() { return g_hit; }
 std::string last_about() { return g_about; }
 int last_error() { return g_error; }
-long hits() { return g_hits; }
 long heap_blocks() { return g_blocks; }
 int descriptors() { return g_descriptors; }
 long passed_ms() { return g_passed_ms; }
@@ -270,11 +264,11 @@ long passed_ms() { return g_passed_ms; }
         const auto other = fault::instead<ssize_t>(#name, about, &size); \
         return other ? *other : __real_##name arguments;                 \
     }
-#define WRAP_HEAP(name, parameters, arguments, size)        \
-    void* __real_##name parameters;                         \
-    void* __wrap_##name parameters {                        \
-        if (fault::heap_fails(#name, size)) return nullptr; \
-        return fault::taken(__real_##name arguments);       \
+#define WRAP_HEAP(name, parameters, arguments)        \
+    void* __real_##name parameters;                   \
+    void* __wrap_##name parameters {                  \
+        if (fault::heap_fails(#name)) return nullptr; \
+        return fault::taken(__real_##name arguments); \
     }
 #define WRAP_CLOSE(name, parameters, arguments, about, note)                     \
     int __real_##name parameters;                                                \
@@ -319,7 +313,6 @@ WRAP(int, unlinkat, (int fd, const char* name, int flags), (fd, name, flags), na
 WRAP(int, rename, (const char* from, const char* to), (from, to), from, same)
 WRAP(int, stat, (const char* path, struct stat* out), (path, out), path, same)
 WRAP(int, stat64, (const char* path, struct stat64* out), (path, out), path, same)
-WRAP(int, fstat, (int fd, struct stat* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fstatat64, (int fd, const char* name, struct stat64* out, int flags),
      (fd, name, out, flags), name, same)
@@ -340,12 +333,12 @@ WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "", same)
 WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, taken)
-WRAP_HEAP(malloc, (std::size_t size), (size), size)
-WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size), count* size)
+WRAP_HEAP(malloc, (std::size_t size), (size))
+WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size))
 
 void* __real_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
-    if (fault::heap_fails("realloc", size)) return nullptr;
+    if (fault::heap_fails("realloc")) return nullptr;
     void* const moved = __real_realloc(block, size);
     return block == nullptr ? fault::taken(moved) : moved;
 }

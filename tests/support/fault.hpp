@@ -71,8 +71,8 @@ struct Faults {
 void fail_nth(int n, Fault fault);
 
 // Every call of `function` that concerns `about` fails, after `skip` of them, with `error`: a path,
-// or the path behind a descriptor, or the bytes to be sent, or the size of a block in decimal, must
-// contain it. "" concerns every call. With error 0 the call is noticed (was_hit) and goes on.
+// or the path behind a descriptor, or the bytes to be sent, must contain it. "" concerns every
+// call. With error 0 the call is noticed (was_hit) and goes on.
 void fail_on(std::string_view function, std::string_view about, int error, int skip = 0);
 
 void clear();              // no more faults; the counts start anew
@@ -80,7 +80,6 @@ bool was_hit();            // whether a fault took place since clear()
 std::string last_hit();    // the function hit last
 std::string last_about();  // the path or bytes it was about, see fail_on()
 int last_error();          // the errno it got
-long hits();               // calls hit since the program began
 long heap_blocks();        // blocks, mappings, converters taken under a Watch since clear(), and
                            // not given back
 int descriptors();         // descriptors and streams opened and not closed, likewise

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "mail_log.h"
@@ -44,11 +43,6 @@ std::string times(std::size_t n, std::string_view text) {
     std::string all;
     while (n-- > 0) all += text;
     return all;
-}
-
-int open_descriptors() {
-    const std::filesystem::directory_iterator fds("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own
 }
 
 LogCapture::LogCapture() {

@@ -28,7 +28,6 @@ private:
 void write_file(const std::string& path, std::string_view bytes);
 std::string read_file(const std::string& path);
 std::string times(std::size_t n, std::string_view text);
-int open_descriptors();
 
 // What the library writes to the mail log while this lives.
 class LogCapture {
