@@ -19,6 +19,7 @@ inline constexpr const char* kTraceDirFormat = "%s/tmp2";  // of kDataDir
 inline constexpr const char* kLogDirFormat = "%s/log";     // of kDataDir
 
 // How names begin there; the process id follows.
+inline constexpr const char* kSendRingPrefix = "acert";    // of kTraceDirFormat, then ".trc"
 inline constexpr const char* kMailLogPrefix = "rmsmtp";    // of kLogDirFormat, then ".log"
 inline constexpr const char* kBodyFilePrefix = "EMT";      // of kWorkDirFormat
 inline constexpr const char* kComposedFilePrefix = "EST";  // of kWorkDirFormat

@@ -27,7 +27,7 @@ public:
     Call() noexcept {
         g_trace = nullptr;
         g_pLogHandle = nullptr;
-        trace_ = open_call_trace(settings_, "ACERT", "acert", 1);
+        trace_ = open_call_trace(settings_, "ACERT", common::paths::kSendRingPrefix, 1);
         g_trace = trace_.get();
     }
     ~Call() {

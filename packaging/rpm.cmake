@@ -43,7 +43,8 @@ set(CPACK_RPM_DEVELOPMENT_PACKAGE_REQUIRES "libovrmail1 ${same}, ovrmail-tools $
 set(CPACK_RPM_TOOLS_PACKAGE_NAME ovrmail-tools)
 set(CPACK_RPM_TOOLS_PACKAGE_SUMMARY "Command-line tools of the mail submission library")
 set(CPACK_RPM_TOOLS_PACKAGE_DESCRIPTION
-"ovrm-send sends one mail by hand and checks the configuration, ovrm-trace prints trace files.")
+"ovrm-send sends one mail by hand and checks the configuration, ovrm-trace says what
+became of a mail, from traces and logs.")
 set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES "libovrmail1 ${same}")
 # For ovrm-send --utf8 and --html, which load it.
 set(CPACK_RPM_TOOLS_PACKAGE_SUGGESTS "libgmime-3.0.so.0()(64bit)")

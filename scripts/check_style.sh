@@ -32,7 +32,7 @@ for check in format words shell tidy; do
     echo "== style: $check"
     "check_$check" || { status=1; echo "check_style: $check FAILED"; }
 done
-for script in tools/check_layers.sh tools/check_banned.sh; do
+for script in tools/check_layers.sh tools/check_banned.sh tools/check_trace_points.py; do
     echo "== style: $script"
     "$script" || status=1
 done

@@ -1,7 +1,9 @@
-// ovrm_trace_log.cpp - gives the lines of a mail log their date.
+// ovrm_trace_log.cpp - takes a mail log apart, and gives its entries their date.
 //
 // Banners carry date and time ("2026/11/21 09:05:00 [4711] Dovrin E-Mail"), entries the time alone
-// ("09:05:00 S: QUIT"); what has neither goes on with the entry before it.
+// and a label ("09:05:00 S: QUIT"). The library ends every entry with CR LF: a line that begins
+// otherwise, or behind a lone LF, is part of the text of the entry before it, whatever it looks
+// like.
 #include "ovrm_trace_log.hpp"
 
 #include <algorithm>
@@ -13,6 +15,12 @@ namespace {
 constexpr int kHalfDay = 12 * 3600;
 constexpr std::string_view kDateForm = "0000/00/00 ";
 constexpr std::string_view kTimeForm = "00:00:00 ";
+constexpr std::string_view kBanner = "] Dovrin E-Mail";
+constexpr std::size_t kLabelSize = 3;
+constexpr struct {
+    std::string_view label;
+    Entry entry;
+} kLabels[] = {{"S: ", Entry::kSent}, {"R: ", Entry::kReceived}, {"-: ", Entry::kNote}};
 
 // Whether `text` begins like `form`, where 0 stands for any digit.
 bool begins_like(std::string_view text, std::string_view form) {
@@ -38,6 +46,17 @@ bool take_date(std::string_view& line, std::tm& date) {
     return true;
 }
 
+Entry entry_of(std::string_view text, bool dated) {
+    if (dated) {
+        if (text == "END") return Entry::kEnd;
+        return text.starts_with('[') && text.ends_with(kBanner) ? Entry::kBegin : Entry::kOther;
+    }
+    if (text.starts_with("-: ERROR: ")) return Entry::kError;
+    for (const auto& [label, entry] : kLabels)
+        if (text.starts_with(label)) return entry;
+    return Entry::kOther;
+}
+
 std::time_t time_on(std::tm date, std::string_view line) {
     date.tm_hour = number(line, 0, 2);
     date.tm_min = number(line, 3, 2);
@@ -46,36 +65,78 @@ std::time_t time_on(std::tm date, std::string_view line) {
     return std::mktime(&date);
 }
 
-std::string_view take_line(std::string_view& file) {
+struct RawLine {
+    std::string_view text;
+    bool ended;  // with CR LF
+};
+
+RawLine take_line(std::string_view& file) {
     const std::size_t end = std::min(file.find('\n'), file.size());
-    std::string_view line = file.substr(0, end);
+    RawLine line{file.substr(0, end), false};
     file.remove_prefix(std::min(end + 1, file.size()));
-    if (line.ends_with('\r')) line.remove_suffix(1);
+    line.ended = line.text.ends_with('\r');
+    if (line.ended) line.text.remove_suffix(1);
     return line;
 }
+
+class Reader {
+public:
+    explicit Reader(std::time_t modified) { ::localtime_r(&modified, &date_); }
+
+    // `fresh`: the line before it was ended as the library ends one.
+    void add(std::string_view line, bool fresh) {
+        if (fresh && begin_entry(line)) return;
+        if (line.empty()) return;
+        if (lines_.empty()) lines_.push_back({std::mktime(&date_), Entry::kOther, "", {}});
+        lines_.back().continued.emplace_back(line);
+    }
+
+    std::vector<LogLine> take() { return std::move(lines_); }
+
+private:
+    bool begin_entry(std::string_view line) {
+        std::tm date = date_;
+        const bool dated = take_date(line, date);
+        if (!begins_like(line, kTimeForm)) return false;
+        const std::string_view text = line.substr(kTimeForm.size());
+        const Entry entry = entry_of(text, dated);
+        if (entry == Entry::kOther) return false;
+        date_ = date;
+        std::time_t time = time_on(date_, line);
+        if (!dated && !lines_.empty() && time < lines_.back().time - kHalfDay) {
+            ++date_.tm_mday;  // past midnight; mktime puts the month right
+            time = time_on(date_, line);
+        }
+        lines_.push_back({time, entry, std::string(text), {}});
+        return true;
+    }
+
+    std::tm date_{};
+    std::vector<LogLine> lines_;
+};
 
 }  // namespace
 
 std::vector<LogLine> read_mail_log(std::string_view file, std::time_t modified) {
-    std::vector<LogLine> lines;
-    std::tm date{};
-    ::localtime_r(&modified, &date);
-    while (!file.empty()) {
-        const std::string_view whole = take_line(file);
-        std::string_view line = whole;
-        const bool dated = take_date(line, date);
-        if (!begins_like(line, kTimeForm)) {
-            if (!lines.empty() && !whole.empty()) lines.back().text.append("\n").append(whole);
-            continue;
-        }
-        std::time_t time = time_on(date, line);
-        if (!dated && !lines.empty() && time < lines.back().time - kHalfDay) {
-            ++date.tm_mday;  // past midnight; mktime puts the month right
-            time = time_on(date, line);
-        }
-        lines.push_back({time, std::string(line.substr(kTimeForm.size()))});
+    Reader reader(modified);
+    for (bool fresh = true; !file.empty();) {
+        const RawLine line = take_line(file);
+        reader.add(line.text, fresh);
+        fresh = line.ended;
     }
-    return lines;
+    return reader.take();
+}
+
+std::string_view said(const LogLine& line) {
+    const std::string_view text = line.text;
+    return text.substr(std::min(kLabelSize, text.size()));
+}
+
+int process_of(const LogLine& line) {
+    if (line.entry != Entry::kBegin) return 0;
+    int pid = 0;
+    std::from_chars(line.text.data() + 1, line.text.data() + line.text.size(), pid);
+    return pid;
 }
 
 }  // namespace ovrm_trace

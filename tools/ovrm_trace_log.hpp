@@ -1,4 +1,4 @@
-// ovrm_trace_log.hpp - the lines of a mail log with their full time.
+// ovrm_trace_log.hpp - the entries of a mail log with their full time.
 #pragma once
 
 #include <ctime>
@@ -8,12 +8,30 @@
 
 namespace ovrm_trace {
 
-struct LogLine {
-    std::time_t time;
-    std::string text;  // without the time; lines that belong together are joined by LF
+enum class Entry {
+    kBegin,     // "[4711] Dovrin E-Mail"
+    kSent,      // "S: "
+    kReceived,  // "R: "
+    kNote,      // "-: ", the subject
+    kError,     // "-: ERROR: "
+    kEnd,       // "END"
+    kOther,     // what stands in front of the first entry
 };
 
-// Lines in front of the first banner get the date of `modified`.
+struct LogLine {
+    std::time_t time = 0;
+    Entry entry = Entry::kOther;
+    std::string text;                    // without the time
+    std::vector<std::string> continued;  // further lines of the same entry
+};
+
+// Entries in front of the first banner get the date of `modified`.
 std::vector<LogLine> read_mail_log(std::string_view file, std::time_t modified);
+
+// What stands behind the label of an entry.
+std::string_view said(const LogLine& line);
+
+// The process that a kBegin names; 0 for other entries.
+int process_of(const LogLine& line);
 
 }  // namespace ovrm_trace

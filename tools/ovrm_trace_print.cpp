@@ -1,29 +1,26 @@
 // ovrm_trace_print.cpp - text for people, one JSON object a line for programs.
 //
-// Rings and logs hold what a server sent: nothing but printable ASCII reaches the terminal.
+// A line for people begins with its time, and nothing that comes from a server or a caller can
+// begin one: their bytes are escaped, and what goes on with a line is indented and marked.
 #include "ovrm_trace_print.hpp"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <optional>
 #include <string_view>
+
+#include "ovrm_trace_points.hpp"
+#include "ovrm_trace_text.hpp"
+#include "ovrm_trace_words.hpp"
 
 namespace ovrm_trace {
 namespace {
 
-constexpr std::size_t kRow = 16;  // bytes of data a line
+constexpr std::size_t kRow = 16;      // bytes of data a line
+constexpr std::size_t kTextRow = 72;  // characters of text a line
 constexpr std::size_t kPointWidth = 16;
+constexpr std::size_t kTimeWidth = sizeof "2026-11-21 08:12:30";  // with a blank
 
-bool is_printable(char c) { return c >= ' ' && c <= '~'; }
-
-std::string local(std::time_t time) {
-    std::tm parts{};
-    ::localtime_r(&time, &parts);
-    std::array<char, 64> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
-}
-
+// "2026-11-21T08:12:30+0900"
 std::string local_iso(std::time_t time) {
     std::tm parts{};
     ::localtime_r(&time, &parts);
@@ -31,55 +28,71 @@ std::string local_iso(std::time_t time) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &parts)};
 }
 
-// Two digits for each byte, each pair between `before` and `after`.
-std::string hex(std::string_view bytes, std::string_view before = "", std::string_view after = "") {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += before;
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-        text += after;
+// "2026-11-21 08:12:30 name "
+std::string head(std::time_t time, const std::string& name) {
+    std::string text = local_iso(time);
+    text.resize(text.size() - (sizeof "+0900" - 1));
+    std::replace(text.begin(), text.end(), 'T', ' ');
+    return text + " " + name + (name.empty() ? "" : " ");
+}
+
+// Appends the point and a blank; what follows begins in one column unless the point is long.
+void put_point(std::string& line, const Record& record) {
+    const std::size_t column = line.size() + kPointWidth;
+    line += escaped(record.point);
+    line.resize(std::max(line.size(), column), ' ');
+    line += ' ';
+}
+
+// Hexadecimal digits and ASCII, rows below one another.
+void put_bytes(std::string& line, std::string_view data, std::size_t column) {
+    for (std::size_t at = 0; at < data.size(); at += kRow) {
+        const std::string_view row = data.substr(at, kRow);
+        if (at != 0) line.append(1, '\n').append(column, ' ');
+        line += hex(row, "", " ");
+        if (at != 0) line.append(3 * (kRow - row.size()), ' ');
+        line.append("|").append(ascii(row)).append("|");
     }
-    return text;
 }
 
-std::string ascii(std::string_view bytes) {
-    std::string text(bytes);
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return !is_printable(c); }, '.');
-    return text;
-}
-
-// Line breaks become \n, other bytes \xNN.
-std::string escaped(std::string_view bytes) {
-    std::string text;
-    for (const char c : bytes) {
-        if (c == '\n') {
-            text += "\\n";
-        } else {
-            text += is_printable(c) ? std::string(1, c) : hex({&c, 1}, "\\x");
-        }
+// Text in quotes; one of several lines stands below, line by line.
+void put_text(std::string& line, std::string_view data, std::size_t column) {
+    const bool fits = data.size() <= kTextRow && data.find('\n') >= data.size() - 1;
+    line += fits ? ": " : ":";
+    if (fits) line.append("\"").append(escaped(data)).append("\"");
+    while (!fits && !data.empty()) {
+        const std::size_t end = std::min(data.find('\n'), data.size() - 1) + 1;
+        const std::string_view row = data.substr(0, std::min(end, kTextRow));
+        line.append("\n").append(column, ' ').append("\"").append(escaped(row)).append("\"");
+        data.remove_prefix(row.size());
     }
-    return text;
 }
 
-// Bytes beyond ASCII stand as the characters U+0080 to U+00FF.
-std::string quoted(std::string_view bytes) {
-    std::string text = "\"";
-    for (const char c : bytes) {
-        if (c == '"' || c == '\\') text += '\\';
-        text += is_printable(c) ? std::string(1, c) : hex({&c, 1}, "\\u00");
+std::string raw_text(const Record& record, const std::string& name) {
+    std::string line = head(static_cast<std::time_t>(record.time), name);
+    const std::size_t column = line.size() + kPointWidth + 1;
+    put_point(line, record);
+    put_bytes(line, record.data, column);
+    if (record.data.empty()) line.resize(line.find_last_not_of(' ') + 1);
+    if (const auto value = number(record)) line.append(" ").append(std::to_string(*value));
+    return line + "\n";
+}
+
+std::string plain_text(const Record& record, const std::string& name) {
+    const Meaning* const meaning = meaning_of(record.point);
+    if (meaning == nullptr) return raw_text(record, name);
+    std::string line = head(static_cast<std::time_t>(record.time), name);
+    const std::size_t column = line.size() + kPointWidth + 1;
+    put_point(line, record);
+    line += record_words(*meaning, record);
+    const Data data = data_of(*meaning, record.nth);
+    if (!fits(*meaning, record)) {
+        line.append("; not its data:\n").append(column, ' ');
+        put_bytes(line, record.data, column);
+    } else if (data == Data::kText || data == Data::kSent || data == Data::kReceived) {
+        put_text(line, record.data, column);
     }
-    return text + "\"";
-}
-
-std::optional<std::int32_t> number(const Record& record) {
-    std::int32_t value = 0;
-    if (record.data.size() != sizeof value) return std::nullopt;
-    std::memcpy(&value, record.data.data(), sizeof value);
-    return value;
+    return line + "\n";
 }
 
 std::string json_head(const char* source, const std::string& file, std::time_t time) {
@@ -87,30 +100,7 @@ std::string json_head(const char* source, const std::string& file, std::time_t t
            std::to_string(time) + R"(,"local":)" + quoted(local_iso(time));
 }
 
-}  // namespace
-
-std::string as_text(const Record& record, const std::string& name) {
-    std::string text =
-        local(static_cast<std::time_t>(record.time)) + " " + name + (name.empty() ? "" : " ");
-    const std::size_t column = text.size() + kPointWidth + 1;
-    text += escaped(record.point);
-    if (!record.data.empty()) text.resize(std::max(text.size() + 1, column), ' ');
-    for (std::size_t at = 0; at < record.data.size(); at += kRow) {
-        const std::string_view row = std::string_view(record.data).substr(at, kRow);
-        if (at != 0) text.append(1, '\n').append(column, ' ');
-        text += hex(row, "", " ");
-        if (at != 0) text.append(3 * (kRow - row.size()), ' ');
-        text.append("|").append(ascii(row)).append("|");
-    }
-    if (const auto value = number(record)) text.append(" ").append(std::to_string(*value));
-    return text + "\n";
-}
-
-std::string as_text(std::time_t time, const std::string& log_text) {
-    return local(time) + " log " + escaped(log_text) + "\n";
-}
-
-std::string as_json(const Record& record, const std::string& file) {
+std::string json(const Record& record, const std::string& file, Form form) {
     std::string line = json_head("ring", file, static_cast<std::time_t>(record.time)) +
                        R"(,"point":)" + quoted(record.point);
     if (!record.data.empty()) {
@@ -118,11 +108,47 @@ std::string as_json(const Record& record, const std::string& file) {
             R"(,"data":)" + quoted(hex(record.data)) + R"(,"ascii":)" + quoted(ascii(record.data));
     }
     if (const auto value = number(record)) line += R"(,"number":)" + std::to_string(*value);
+    const Meaning* const meaning = is_raw(form) ? nullptr : meaning_of(record.point);
+    if (meaning != nullptr) {
+        line += R"(,"meaning":)" + quoted(record_words(*meaning, record)) + R"(,"function":)" +
+                quoted(meaning->function) + R"(,"code":)" + quoted(meaning->file);
+    }
     return line + "}\n";
 }
 
-std::string as_json(std::time_t time, const std::string& log_text, const std::string& file) {
-    return json_head("log", file, time) + R"(,"text":)" + quoted(log_text) + "}\n";
+std::string words_of(const LogLine& line) {
+    return line.entry == Entry::kNote ? decoded(line.text) : escaped(line.text);
+}
+
+std::string json(const LogLine& line, const std::string& file) {
+    std::string text =
+        json_head("log", file, line.time) + R"(,"text":)" +
+        (line.entry == Entry::kNote ? quoted_text(words_of(line)) : quoted(line.text));
+    for (std::size_t i = 0; i < line.continued.size(); ++i)
+        text += (i == 0 ? R"(,"continued":[)" : ",") + quoted(line.continued[i]);
+    return text + (line.continued.empty() ? "}\n" : "]}\n");
+}
+
+}  // namespace
+
+std::string shown(const Record& record, const Origin& origin, Form form) {
+    if (is_json(form)) return json(record, origin.file, form);
+    return is_raw(form) ? raw_text(record, origin.name) : plain_text(record, origin.name);
+}
+
+std::string shown(const LogLine& line, const Origin& origin, Form form) {
+    if (is_json(form)) return json(line, origin.file);
+    std::string text = head(line.time, "log") + words_of(line) + "\n";
+    for (const std::string& more : line.continued)
+        text.append(kTimeWidth, ' ').append("log | ").append(escaped(more)).append("\n");
+    return text;
+}
+
+std::string shown(const Verdict& verdict, const Origin& origin, Form form) {
+    if (!is_json(form))
+        return head(verdict.time, origin.name) + verdict.label + ": " + verdict.text + "\n";
+    return json_head("verdict", origin.file, verdict.time) + R"(,"text":)" + quoted(verdict.text) +
+           (verdict.result ? R"(,"result":)" + std::to_string(*verdict.result) : "") + "}\n";
 }
 
 }  // namespace ovrm_trace

@@ -1,18 +1,39 @@
-// ovrm_trace_print.hpp - one record or log line as text or as JSON.
+// ovrm_trace_print.hpp - records, log entries and verdicts as text or as JSON, one object a line.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 
+#include "ovrm_trace_log.hpp"
 #include "ovrm_trace_ring.hpp"
 
 namespace ovrm_trace {
 
-// What is shown of a ring or a log: an empty name is left out.
-std::string as_text(const Record& record, const std::string& name);
-std::string as_text(std::time_t time, const std::string& log_text);
+enum class Form { kPlain, kRaw, kJson, kRawJson };
 
-std::string as_json(const Record& record, const std::string& file);
-std::string as_json(std::time_t time, const std::string& log_text, const std::string& file);
+inline bool is_json(Form form) { return form == Form::kJson || form == Form::kRawJson; }
+inline bool is_raw(Form form) { return form == Form::kRaw || form == Form::kRawJson; }
+
+// Where a line comes from. The plain form shows the name, unless it is empty; JSON the file.
+struct Origin {
+    std::string file;
+    std::string name;
+};
+
+// Raw: the point and its data. Else also what they mean, and the data as what it is.
+std::string shown(const Record& record, const Origin& origin, Form form);
+
+// Lines that go on with the entry are marked, and stand below it.
+std::string shown(const LogLine& line, const Origin& origin, Form form);
+
+struct Verdict {
+    std::time_t time;
+    std::string label;  // of the plain form
+    std::string text;
+    std::optional<std::int32_t> result;
+};
+std::string shown(const Verdict& verdict, const Origin& origin, Form form);
 
 }  // namespace ovrm_trace

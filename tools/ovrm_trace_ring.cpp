@@ -11,26 +11,29 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <optional>
+
+#include "log/trace_handle.hpp"
 
 namespace ovrm_trace {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-constexpr std::size_t kUnit = 8192;  // rings are whole units long
-constexpr std::size_t kFirst = 4;    // offset of the first record byte
-constexpr std::size_t kHead = 12;    // "SSSS", time, zero
+constexpr std::size_t kUnit = ovrmail::log::kRingUnit;
+constexpr std::size_t kFirst = ovrmail::log::kRingStart;
+constexpr std::string_view kStart = ovrmail::log::kStartMarker;
+constexpr std::string_view kData = ovrmail::log::kDataMarker;
+constexpr std::string_view kEnd = ovrmail::log::kEndMarker;
+constexpr std::size_t kHead = kStart.size() + 8;  // the mark, time, zero
 constexpr std::size_t kLongestPoint = 1024;
 constexpr std::size_t kMostLengths = 128;  // ring lengths tried for a file longer than its ring
 constexpr std::uint32_t kMonth = 30 * 24 * 3600;
-constexpr std::string_view kStart = "SSSS";
-constexpr std::string_view kData = "XXXX";
-constexpr std::string_view kEnd = "EEEE";
 
-std::uint32_t word_at(std::string_view bytes, std::size_t at) {
+enum class Order : bool { kHost, kOther };  // of the bytes of a word
+
+std::uint32_t word_at(std::string_view bytes, std::size_t at, Order order) {
     std::uint32_t word = 0;
     std::memcpy(&word, bytes.data() + at, sizeof word);
-    return word;
+    return order == Order::kHost ? word : __builtin_bswap32(word);
 }
 
 // Records in the order in which they were written, without a gap between them.
@@ -49,8 +52,8 @@ struct Cut {
 
 class Straight {
 public:
-    Straight(std::string_view file, std::size_t next, std::size_t size)
-        : next_(next), tail_(size - next) {
+    Straight(std::string_view file, std::size_t next, std::size_t size, Order order)
+        : next_(next), tail_(size - next), order_(order) {
         bytes_.reserve(size - kFirst);
         bytes_ += file.substr(next, tail_);
         bytes_ += file.substr(kFirst, next - kFirst);
@@ -99,10 +102,11 @@ private:
         return most >= kFew * std::max(1, others);
     }
 
-    [[nodiscard]] std::uint32_t time_at(std::size_t head) const { return word_at(view_, head + 4); }
+    [[nodiscard]] std::uint32_t word(std::size_t at) const { return word_at(view_, at, order_); }
+    [[nodiscard]] std::uint32_t time_at(std::size_t head) const { return word(head + 4); }
 
     [[nodiscard]] bool is_head(std::size_t at) const {
-        if (view_.size() - at < kHead + kEnd.size() || word_at(view_, at + 8) != 0) return false;
+        if (view_.size() - at < kHead + kEnd.size() || word(at + 8) != 0) return false;
         const std::string_view rest = view_.substr(at + kHead, kLongestPoint);
         const auto end = std::find_if(rest.begin(), rest.end(),
                                       [](unsigned char c) { return std::isgraph(c) == 0; });
@@ -173,7 +177,10 @@ private:
         const std::string_view body =
             view_.substr(start + kHead, end - kEnd.size() - start - kHead);
         const std::size_t marker = body.find(kData);
-        Record found{time_at(start), std::string(body.substr(0, marker)), {}, kFirst};
+        Record found;
+        found.time = time_at(start);
+        found.point = body.substr(0, marker);
+        found.swapped = order_ == Order::kOther;
         if (marker != npos) found.data = body.substr(marker + kData.size());
         found.at = start < tail_ ? next_ + start : kFirst + start - tail_;
         return found;
@@ -181,6 +188,7 @@ private:
 
     std::size_t next_;
     std::size_t tail_;  // bytes from the next offset to the end of the ring
+    Order order_;
     std::string bytes_;
     std::string_view view_;
 };
@@ -188,8 +196,8 @@ private:
 // The length of the ring in the file. A ring that was made smaller leaves its file as long as
 // before. The ring then ends where records go on at the beginning of the file without a fault,
 // while they are at fault there, or at the end, when the whole file is taken for the ring.
-std::size_t ring_size(std::string_view file, std::size_t next) {
-    const Straight whole(file, next, file.size());
+std::size_t ring_size(std::string_view file, std::size_t next, Order order) {
+    const Straight whole(file, next, file.size(), order);
     Lengths usual;
     for (const Run& run : whole.runs()) {
         for (const Record& record : run) ++usual[record.point][record.data.size()];
@@ -202,12 +210,26 @@ std::size_t ring_size(std::string_view file, std::size_t next) {
          size += kUnit, ++tried) {
         const int gain = whole.doubt_at(whole.seam_of(size), usual) + doubt_of_end;
         if (gain < best_gain) continue;
-        const Straight ring(file, next, size);
+        const Straight ring(file, next, size, order);
         if (ring.doubt_at(ring.seam_of(size), usual) != 0) continue;
         best = size;
         best_gain = gain;
     }
     return best;
+}
+
+// A ring from a machine of the other byte order is told by its offset, which makes sense only
+// there.
+Order order_of(std::string_view file) {
+    using ovrmail::log::is_ring_offset;
+    const bool host = is_ring_offset(word_at(file, 0, Order::kHost), file.size());
+    const bool other = is_ring_offset(word_at(file, 0, Order::kOther), file.size());
+    return other && !host ? Order::kOther : Order::kHost;
+}
+
+void count_runs(std::vector<Record>& records) {
+    for (std::size_t i = 1; i < records.size(); ++i)
+        if (records[i].point == records[i - 1].point) records[i].nth = records[i - 1].nth + 1;
 }
 
 }  // namespace
@@ -218,23 +240,31 @@ Ring read_ring(std::string_view file) {
         ring.problem = file.empty() ? "the file is empty" : "too short to be a trace ring";
         return ring;
     }
-    ring.next = word_at(file, 0);
+    const Order order = order_of(file);
+    ring.next = word_at(file, 0, order);
     std::size_t size = file.size();
     std::size_t next = ring.next;
-    if (next < kFirst || next > size) {
+    if (!ovrmail::log::is_ring_offset(ring.next, size)) {
         ring.problem = "damaged header: the next record would start at " + std::to_string(next) +
                        " of " + std::to_string(size);
         next = kFirst;
     } else {
-        size = ring_size(file, next);
+        size = ring_size(file, next, order);
         if (file.size() % kUnit != 0) ring.problem = "not as long as a ring: cut short?";
     }
-    auto runs = Straight(file, next, size).runs();
+    auto runs = Straight(file, next, size, order).runs();
     std::stable_sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) {
         return !a.empty() && (b.empty() || a.front().time < b.front().time);
     });
     for (Run& run : runs) std::move(run.begin(), run.end(), std::back_inserter(ring.records));
+    count_runs(ring.records);
     return ring;
+}
+
+std::optional<std::int32_t> number(const Record& record) {
+    if (record.data.size() != sizeof(std::int32_t)) return std::nullopt;
+    const Order order = record.swapped ? Order::kOther : Order::kHost;
+    return static_cast<std::int32_t>(word_at(record.data, 0, order));
 }
 
 }  // namespace ovrm_trace

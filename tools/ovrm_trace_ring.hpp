@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,11 +11,17 @@
 namespace ovrm_trace {
 
 struct Record {
-    std::uint32_t time;  // seconds since the Epoch
+    std::uint32_t time = 0;  // seconds since the Epoch
     std::string point;
-    std::string data;  // empty: none
-    std::size_t at;    // offset in the file at which the record starts
+    std::string data;      // empty: none
+    std::size_t at = 0;    // offset in the file at which the record starts
+    std::size_t nth = 0;   // how many records with the same point stand directly in front
+    bool swapped = false;  // written by a machine of the other byte order
+    bool whole = false;    // the exit of a step, and in place of its entry too: see in_brief()
 };
+
+// The data as a number, of records with 4 bytes.
+std::optional<std::int32_t> number(const Record& record);
 
 struct Ring {
     std::vector<Record> records;  // oldest first
