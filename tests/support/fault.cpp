@@ -107,8 +107,11 @@ bool fails(const char* function, std::string_view about) {
            (ordered(function, about) || (g_fault.mode != Mode::kHalf && strikes(function, about)));
 }
 
-bool heap_fails(const char* function) {
-    const bool fails = t_watched && g_fault.mode == Mode::kFail && strikes(function, "");
+bool heap_fails(const char* function, std::size_t size) {
+    if (!t_watched) return false;
+    const bool fails = g_order.function == function
+                           ? ordered(function, std::to_string(size))
+                           : g_fault.mode == Mode::kFail && strikes(function, "");
     if (fails) errno = g_error = ENOMEM;
     return fails;
 }
@@ -264,11 +267,11 @@ long passed_ms() { return g_passed_ms; }
         const auto other = fault::instead<ssize_t>(#name, about, &size); \
         return other ? *other : __real_##name arguments;                 \
     }
-#define WRAP_HEAP(name, parameters, arguments)        \
-    void* __real_##name parameters;                   \
-    void* __wrap_##name parameters {                  \
-        if (fault::heap_fails(#name)) return nullptr; \
-        return fault::taken(__real_##name arguments); \
+#define WRAP_HEAP(name, parameters, arguments, size)        \
+    void* __real_##name parameters;                         \
+    void* __wrap_##name parameters {                        \
+        if (fault::heap_fails(#name, size)) return nullptr; \
+        return fault::taken(__real_##name arguments);       \
     }
 #define WRAP_CLOSE(name, parameters, arguments, about, note)                     \
     int __real_##name parameters;                                                \
@@ -333,12 +336,12 @@ WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "", same)
 WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, taken)
-WRAP_HEAP(malloc, (std::size_t size), (size))
-WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size))
+WRAP_HEAP(malloc, (std::size_t size), (size), size)
+WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size), count* size)
 
 void* __real_realloc(void* block, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size) {
-    if (fault::heap_fails("realloc")) return nullptr;
+    if (fault::heap_fails("realloc", size)) return nullptr;
     void* const moved = __real_realloc(block, size);
     return block == nullptr ? fault::taken(moved) : moved;
 }

@@ -71,8 +71,8 @@ struct Faults {
 void fail_nth(int n, Fault fault);
 
 // Every call of `function` that concerns `about` fails, after `skip` of them, with `error`: a path,
-// or the path behind a descriptor, or the bytes to be sent, must contain it. "" concerns every
-// call. With error 0 the call is noticed (was_hit) and goes on.
+// or the path behind a descriptor, or the bytes to be sent, or the size of a block in decimal, must
+// contain it. "" concerns every call. With error 0 the call is noticed (was_hit) and goes on.
 void fail_on(std::string_view function, std::string_view about, int error, int skip = 0);
 
 void clear();              // no more faults; the counts start anew
