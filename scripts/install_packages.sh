@@ -22,7 +22,7 @@ declare -A groups=(
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
     [clang]="clang"
-    [fuzz]="clang libclang-rt-14-dev python3"
+    [fuzz]="clang libclang-rt-14-dev"
     [abi]="abigail-tools"
     [valgrind]="valgrind libc6-dbg"
 )
