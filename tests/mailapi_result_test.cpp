@@ -35,8 +35,8 @@ constexpr std::string_view kFailureHead =
     "| trace points | steps and results |\n|---|---|\n";
 constexpr std::string_view kSendHead =
     "\n## What a send leaves in the trace\n\n"
-    "At level 2, in order; what comes several times in a row stands once.\n\n"
-    "| kind of send, or steps in it | trace points |\n|---|---|\n";
+    "At level 2, in order; what comes several times in a row stands once. First steps that come\n"
+    "again and again, then each kind of send.\n";
 
 // Steps that come again and again, in terms of those above them.
 constexpr std::pair<std::string_view, std::string_view> kTraceSteps[] = {
@@ -45,7 +45,7 @@ constexpr std::pair<std::string_view, std::string_view> kTraceSteps[] = {
     {"*sent*", "SMTP_s0000 smtp0e00 smtp0e05 smtp0eFF SMTP_sFFFF"},
     {"*line*", "smtp0f00 GETSLCT0000 GETSLCTFFFF smtp0f05 smtp0fFF"},
     {"*asked*", "*sent* smtp0d00 *line* smtp0dFF"},
-    {"*POP line*", "Pop3_0a00 Pop3_0c00 PGTSTO0000 PGTSTOFFFF Pop3_0c05 Pop3_0cff Pop3_0aff"},
+    {"*POP-line*", "Pop3_0a00 Pop3_0c00 PGTSTO0000 PGTSTOFFFF Pop3_0c05 Pop3_0cff Pop3_0aff"},
 };
 
 // Each different from the time-out of its neighbours and of QUIT, 300 s.
@@ -202,13 +202,13 @@ public:
         std::array<char, 512> id{};
         SMTP_MakeMsgId(id.data());  // the host name is looked up, and traced, once only
         for (const auto& [name, points] : kTraceSteps)
-            sends_ += "| " + std::string(name) + " | " + std::string(points) + " |\n";
+            add_points(std::string(name), " " + std::string(points));
         set_logs(5, 2);
         for (const Kind kind : kKinds) {
             const LocaleOf locale(kind);
             Delivery(kind).run();
             for (const std::string& point : points_in_ring()) usual_.insert(point);
-            sends_ += "| " + std::string(name_of(kind)) + " |" + joined_points() + "|\n";
+            add_points(name_of(kind), joined_points());
         }
         set_logs(5, 1);
     }
@@ -243,6 +243,19 @@ public:
     }
 
 private:
+    // In lines of up to 100 columns.
+    void add_points(const std::string& name, const std::string& points) {
+        sends_ += "\n- " + name + ":";
+        std::istringstream words(points);
+        std::size_t column = name.size() + 3;
+        for (std::string word; words >> word; column += word.size() + 1) {
+            const bool fits = column + word.size() < 100;
+            sends_ += (fits ? " " : "\n  ") + word;
+            if (!fits) column = 1;
+        }
+        sends_ += "\n";
+    }
+
     std::set<std::string> usual_;  // points of sends without a failure
     Rows results_, failures_;
     std::string sends_;
