@@ -79,6 +79,27 @@ foreach(page ${pages})
 endforeach()
 add_custom_target(man_pages ALL DEPENDS ${compressed})
 
+# Each function has a page of its own name, a link to the page that describes it: the pages of
+# section 3 name their functions. The links have a section of their own, which man(1) finds with the
+# others of section 3, because other packages have pages of the same names: libmd-dev has MD5Init.3.
+set(ending "")
+if(OVRMAIL_GZIP)
+  set(ending ".gz")
+endif()
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man/links)
+list(FILTER pages INCLUDE REGEX "^[^/]+[.]3$")
+foreach(page ${pages})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/man/${page})
+  get_filename_component(family ${page} NAME_WLE)
+  file(STRINGS docs/man/${page} names REGEX "^[.]Nm [A-Za-z0-9_]+( ,)?$")
+  foreach(name ${names})
+    string(REGEX REPLACE "^[.]Nm ([A-Za-z0-9_]+).*" "\\1" name ${name})
+    set(link ${PROJECT_BINARY_DIR}/man/links/${name}.3ovrmail${ending})
+    file(CREATE_LINK ${family}.3${ending} ${link} SYMBOLIC)
+    install(FILES ${link} DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT Development)
+  endforeach()
+endforeach()
+
 if(OVRMAIL_BUILD_TOOLS)
   get_property(tools DIRECTORY tools PROPERTY BUILDSYSTEM_TARGETS)
   list(FILTER tools INCLUDE REGEX "^ovrm-")
@@ -95,8 +116,8 @@ install(FILES ${python_files} DESTINATION ${OVRMAIL_PYTHON_DIR}/ovrmail COMPONEN
 # a directory of their own are for operators.
 file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/*.md)
 install(FILES ${documents} DESTINATION ${OVRMAIL_DOC_DIR} COMPONENT Development)
-file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
-install(FILES ${documents} DESTINATION ${OVRMAIL_DOC_DIR}/docs COMPONENT Development)
+install(DIRECTORY docs/ DESTINATION ${OVRMAIL_DOC_DIR}/docs COMPONENT Development
+  PATTERN man EXCLUDE)
 install(FILES debian/copyright RENAME LICENSE
   DESTINATION ${OVRMAIL_DOC_DIR} COMPONENT Development)
 file(GLOB examples LIST_DIRECTORIES true CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*)

@@ -1,6 +1,6 @@
 /* auth.c - SMTP AUTH, and what to do about each kind of answer.
  *
- * The connection is not encrypted: LOGIN and PLAIN show the password to everyone on the road, so
+ * The connection is not encrypted: LOGIN and PLAIN show the password to everyone on the way, so
  * this program allows CRAM-MD5 alone unless told otherwise. The password comes from the
  * environment, not from the command line, where every user of the machine could read it.
  * Usage: MAIL_PASSWORD=... auth SERVER PORT FROM TO USER [MECHANISMS] */

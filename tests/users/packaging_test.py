@@ -134,7 +134,10 @@ class Installed(unittest.TestCase):
             self.assertIn(f"usr/share/man/man1/{program.name}.1.gz", whole)
         self.assertEqual({h.name for h in (WHOLE / "usr/include/ovrmail").iterdir()},
                          {h.name for h in (SOURCE / "include").iterdir()})
-        for document in WHOLE.glob("usr/share/doc/ovrmail/*.md"):
+        library = next(self.library_dir.glob("libovrmail.so.1.*"))
+        for function in re.findall(r" T (\w+)", run("nm", "-D", library)):
+            self.assertIn(f"usr/share/man/man3/{function}.3ovrmail.gz", whole)
+        for document in WHOLE.glob("usr/share/doc/ovrmail/**/*.md"):
             for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
                 self.assertTrue((document.parent / target).exists(), f"{document.name}: {target}")
         own = re.compile(r"usr/share/(licenses|lintian|doc/(lib|ovrmail-|python3-))")
