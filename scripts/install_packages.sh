@@ -21,8 +21,12 @@ declare -A groups=(
     [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
     [m32]="g++-multilib"
+    [ports]="cmake make googletest qemu-user"
+    [port-arm64]="g++-aarch64-linux-gnu"
+    [port-armhf]="g++-arm-linux-gnueabihf"
+    [port-s390x]="g++-s390x-linux-gnu"
     [clang]="clang"
-    [fuzz]="clang libclang-rt-14-dev python3"
+    [fuzz]="clang libclang-rt-14-dev"
     [abi]="abigail-tools"
     [valgrind]="valgrind libc6-dbg"
 )

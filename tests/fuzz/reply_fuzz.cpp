@@ -2,6 +2,7 @@
 // the rest is all that the server will ever send. Where no password is involved, a reader that
 // takes byte after byte and knows nothing else tells what the result must be.
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -117,11 +118,6 @@ void authenticate(int sock) {
     std::uint32_t err = 0;
     const std::int32_t rc = SMTP_initialize(sock, &auth, &err);
     demand(std::ranges::find(kResults, rc) != std::end(kResults), "result of AUTH");
-    check_detail([] {
-        static std::array<char, 256> text;  // of itself: bounded, and the same twice
-        SMTP_GetSmtpSvResponce(text.data());
-        return std::string_view(text.data());
-    }());
 }
 
 void pop(int sock, std::string_view said) {

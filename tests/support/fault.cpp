@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/utsname.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -182,6 +183,17 @@ std::optional<Result> instead(const char* function, std::string_view about,
     return {};
 }
 
+const char* path_for(const char* path) {
+    const bool other = t_plan != nullptr && !t_plan->resolv_conf.empty() &&
+                       std::string_view(path) == "/etc/resolv.conf";
+    return other ? t_plan->resolv_conf.c_str() : path;
+}
+
+bool has_node() { return t_plan != nullptr && !t_plan->node.empty(); }
+void put_node(char* name, std::size_t size) {
+    if (has_node()) name[t_plan->node.copy(name, size - 1)] = '\0';
+}
+
 bool peer_is_silent(int fd) {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
@@ -270,7 +282,8 @@ extern "C" {
 WRAP(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), path, opened)
 WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), fault::path_of(fd),
      opened)
-WRAP(FILE*, fopen, (const char* path, const char* mode), (path, mode), path, opened)
+WRAP(FILE*, fopen, (const char* path, const char* mode), (fault::path_for(path), mode), path,
+     opened)
 WRAP(DIR*, opendir, (const char* path), (path), path, opened)
 WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), "", opened)
 WRAP_CLOSE(close, (int fd), (fd), fault::path_of(fd), closed)
@@ -316,7 +329,6 @@ WRAP(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size),
      fault::seen_peer(to), same)
 WRAP(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
      (fd, level, name, value, size), "", same)
-WRAP(int, gethostname, (char* name, std::size_t size), (name, size), "", same)
 WRAP(iconv_t, iconv_open, (const char* to, const char* from), (to, from), to, taken)
 WRAP_HEAP(malloc, (std::size_t size), (size), size)
 WRAP_HEAP(calloc, (std::size_t count, std::size_t size), (count, size), count* size)
@@ -332,6 +344,22 @@ void __wrap_free(void* block) {
     if (block != nullptr) fault::given_back();
     __real_free(block);
 }
+
+int __real_uname(utsname* system);
+int __wrap_uname(utsname* system) {
+    const int rc = __real_uname(system);
+    fault::put_node(system->nodename, sizeof system->nodename);
+    return rc;
+}
+int __real_gethostname(char* name, std::size_t size);
+int __wrap_gethostname(char* name, std::size_t size) {
+    if (const auto other = fault::instead<int>("gethostname", ""); other) return *other;
+    const int rc = __real_gethostname(name, size);
+    fault::put_node(name, size);
+    return rc;
+}
+long __real_gethostid();
+long __wrap_gethostid() { return fault::has_node() ? 0x7f0100 : __real_gethostid(); }
 
 int __real_gethostbyname_r(const char* name, hostent* entry, char* buffer, std::size_t size,
                            hostent** result, int* error);
@@ -398,6 +426,7 @@ time_t __wrap_time(time_t* out) {
 int __real_gettimeofday(timeval* tv, void* zone);
 int __wrap_gettimeofday(timeval* tv, void* zone) {
     const int rc = __real_gettimeofday(tv, zone);
+    if (fault::t_plan != nullptr) *tv = {fault::t_plan->now, 0x1234};
     tv->tv_usec = tv->tv_usec % 0x10000 + 0x10000;
     return rc;
 }

@@ -62,6 +62,8 @@ struct Faults {
     std::map<std::string, int> calls;                 // how often it was called
     std::time_t now = 1'000'000;
     std::vector<std::string> services;  // names asked of getservbyname_r
+    std::string node;                   // node and host name, beside a fixed host id; "": the real
+    std::string resolv_conf;            // opened in place of /etc/resolv.conf; "": itself
     sockaddr_in peer{};                 // of the last connect()
 };
 

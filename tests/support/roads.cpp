@@ -49,8 +49,10 @@ EucLocale::EucLocale() {
     static const TempDir home;
     static const std::string locale = home.file("ja_JP.eucJP");
     if (!std::filesystem::exists(locale)) {
+        const std::string order =
+            std::endian::native == std::endian::big ? "--big-endian " : "--little-endian ";
         const std::string compile =
-            "localedef -c -i ja_JP -f EUC-JP " + locale + " >/dev/null 2>&1";
+            "localedef -c " + order + "-i ja_JP -f EUC-JP " + locale + " >/dev/null 2>&1";
         if (std::system(compile.c_str()) != 0 && !std::filesystem::exists(locale)) return;
     }
     ::setenv("LOCPATH", home.path().c_str(), 1);

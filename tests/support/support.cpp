@@ -34,6 +34,17 @@ std::string read_file(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+std::string times(std::size_t n, std::string_view text) {
+    std::string all;
+    while (n-- > 0) all += text;
+    return all;
+}
+
+std::string word(std::int64_t value) {
+    const auto low = static_cast<std::uint32_t>(value);
+    return {reinterpret_cast<const char*>(&low), sizeof low};
+}
+
 int open_descriptors() {
     const std::filesystem::directory_iterator fds("/proc/self/fd");
     return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own

@@ -2,6 +2,7 @@
 // what the library writes to its log and trace.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,8 @@ private:
 
 void write_file(const std::string& path, std::string_view bytes);
 std::string read_file(const std::string& path);
+std::string times(std::size_t n, std::string_view text);
+std::string word(std::int64_t value);  // the low 32 bits as this machine stores them
 int open_descriptors();
 
 // What the library writes to the mail log while this lives.
