@@ -80,7 +80,10 @@ public:
     // How many names begin with `prefix`.
     [[nodiscard]] std::size_t count(std::string_view prefix) noexcept {
         std::size_t count = 0;
-        visit(prefix, [&count](const dirent64&) { return ++count != 0; });
+        visit(prefix, [&count](const dirent64&) {
+            ++count;
+            return true;
+        });
         return count;
     }
 

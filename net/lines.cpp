@@ -96,7 +96,8 @@ bool Sender::step(Report& report) noexcept {
 
 Report Sender::run() noexcept {
     Report report;
-    while (!step(report)) continue;
+    while (!step(report)) {
+    }
     return report;
 }
 

@@ -8,4 +8,4 @@ if ! scripts/install_packages.sh build fuzz; then
     echo "check_fuzz: NOT CHECKED: no libFuzzer here"
     exit 0
 fi
-scripts/fuzz.sh 0.1
+scripts/fuzz.sh 0.05

@@ -9,12 +9,14 @@ import email.policy
 import glob
 import hashlib
 import os
+import pathlib
 import re
-import socket
 import subprocess
 import sys
 import tempfile
-import threading
+
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "tests/users"))
+from receiver import Receiver
 
 SENDER = "agent@demo.example"
 RECIPIENT = "operator@demo.example"
@@ -22,45 +24,6 @@ SUBJECT = "【警告】ソフト表示機能の異常"
 TEXT = "監視サーバーからのお知らせです。\nディスク使用率が 95% を超えました。\n.先頭が点の行もそのまま届きます。\n"
 LIMIT_SECONDS = 40
 BASE64_LINE = re.compile("[A-Za-z0-9+/=]{60,}")
-REPLIES = {b"EHLO": "250 receiver.demo.example", b"MAIL": "250 sender ok",
-           b"RCPT": "250 recipient ok", b"DATA": "354 go ahead", b"QUIT": "221 bye"}
-
-
-class Receiver(threading.Thread):
-    """Takes one mail on a free loopback port; keeps the dialogue and the message."""
-
-    def __init__(self):
-        super().__init__(daemon=True)
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.listener.settimeout(LIMIT_SECONDS)
-        self.port = self.listener.getsockname()[1]
-        self.dialogue = []
-        self.message = b""
-
-    def reply(self, stream, text):
-        self.dialogue.append("R: " + text)
-        stream.write(text.encode() + b"\r\n")
-        stream.flush()
-
-    def read_message(self, stream):
-        lines = iter(stream.readline, b".\r\n")
-        self.message = b"".join(line[1:] if line.startswith(b".") else line for line in lines)
-        self.dialogue.append(f"S: ... the message, {len(self.message)} bytes, then a lone dot")
-        self.reply(stream, "250 message accepted")
-
-    def run(self):
-        connection, _ = self.listener.accept()
-        connection.settimeout(LIMIT_SECONDS)
-        with connection, connection.makefile("rwb") as stream:
-            self.reply(stream, "220 receiver.demo.example")
-            for line in stream:
-                self.dialogue.append("S: " + line.decode("ascii", "replace").rstrip())
-                verb = line[:4].upper()
-                self.reply(stream, REPLIES.get(verb, "500 not known here"))
-                if verb == b"DATA":
-                    self.read_message(stream)
-                elif verb == b"QUIT":
-                    return
 
 
 def title(text):
@@ -94,10 +57,8 @@ def main():
         print("No private directories can be made here: the demo sends in the real /var/opt/Quorvin,"
               "\nand removes its mail log and its trace ring there when it ends.", flush=True)
     old_work = listing("tmp/*")
-    receiver = Receiver()
-    receiver.start()
     content = os.urandom(20_000)
-    with tempfile.TemporaryDirectory() as folder:
+    with tempfile.TemporaryDirectory() as folder, Receiver() as receiver:
         path = os.path.join(folder, "measured.bin")
         with open(path, "wb") as file:
             file.write(content)
@@ -107,14 +68,14 @@ def main():
                 result = sender.communicate(timeout=LIMIT_SECONDS)[0]
             finally:
                 sender.kill()
-    receiver.join(5)
 
     title("The SMTP dialogue (S: sent by the library, R: received, as in the mail log)")
     print("\n".join(receiver.dialogue))
+    [received] = receiver.mails or [b""]
     title("The message as it arrived (<ESC> stands for the escape byte)")
-    print(shortened(receiver.message))
+    print(shortened(received))
 
-    message = email.message_from_bytes(receiver.message, policy=email.policy.default)
+    message = email.message_from_bytes(received, policy=email.policy.default)
     parts = list(message.iter_parts())
     text = parts[0].get_content() if parts else ""
     attachment = parts[1].get_content() if len(parts) == 2 else b""

@@ -33,7 +33,7 @@ remove_directories() {
 trap remove_directories EXIT
 
 status=0
-tests/support/private_dirs.sh /usr/bin/python3 scripts/demo.py build/examples/send_one_mail || status=$?
+tests/support/private_dirs.sh /usr/bin/python3 -B scripts/demo.py build/examples/send_one_mail || status=$?
 if [ $status = 77 ]; then
     echo "demo: the library works in /etc/opt, /var/opt and /opt. To leave yours alone the demo needs" >&2
     echo "demo: a mount namespace: run it as root, or where user namespaces are allowed" >&2

@@ -7,16 +7,16 @@ set -euo pipefail
 
 declare -A groups=(
     [build]="g++ cmake make"
-    [test]="g++ cmake make binutils libgtest-dev locales python3 util-linux"
+    [test]="g++ cmake make ninja-build binutils libgtest-dev locales python3 util-linux"
     [check]="clang-format clang-tidy git shellcheck"
-    [analysis]="cppcheck git pkg-config libgmime-3.0-dev mypy"
+    [analysis]="cppcheck git mypy"
     [coverage]="gcovr"
     [bench]="g++ cmake make pkg-config python3 python3-matplotlib strace util-linux
              libmodpbase64-dev libbenchmark-dev libcurl4-gnutls-dev libesmtp-dev libetpan-dev
              libvmime-dev libpoco-dev msmtp libssl-dev liblttng-ust-dev lttng-tools libinih-dev
              libglib2.0-dev"
-    [e2e]="postfix dovecot-core dovecot-pop3d python3 python3-aiosmtpd libgmime-3.0-dev
-           pkg-config mpack openssl strace locales btrfs-progs stunnel4 libsasl2-modules"
+    [e2e]="postfix dovecot-core dovecot-pop3d python3 mpack openssl strace locales btrfs-progs
+           stunnel4 libsasl2-modules"
     [package]="build-essential debhelper dpkg-dev dh-python libgmime-3.0-dev pkgconf"
     [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
@@ -79,19 +79,20 @@ restore_services() {
     fi
 }
 
-# A package enables its services for the next boot, for systemd and for init scripts alike; the tests
-# start their own instances instead.
+# A package, or what comes with it, enables its services for the next boot, for systemd and for init
+# scripts alike; the tests start their own instances instead.
+boot_links() {
+    find /etc/rc?.d /etc/systemd \( -name 'S[0-9][0-9]*' -o -path '*.wants/*' \) 2>/dev/null | sort
+}
 disable_new_services() {
-    local file files
-    mapfile -t files < <(dpkg-query --listfiles "${missing[@]}" 2>/dev/null)
-    for file in "${files[@]}"; do
-        case $file in
-            /etc/init.d/*) "${as_root[@]}" update-rc.d "${file##*/}" disable ;;
-            /lib/systemd/system/*.*)
-                "${as_root[@]}" env DPKG_MAINTSCRIPT_PACKAGE=ovrmail \
-                    deb-systemd-helper disable "${file##*/}" ;;
+    local link name
+    while read -r link; do
+        name=${link##*/}
+        case $link in
+            /etc/rc*) "${as_root[@]}" update-rc.d "${name:3}" disable ;;
+            *) "${as_root[@]}" env DPKG_MAINTSCRIPT_PACKAGE=ovrmail deb-systemd-helper disable "$name" ;;
         esac
-    done >/dev/null 2>&1 || :
+    done < <(comm -13 <(echo "$links_before") <(boot_links)) >/dev/null 2>&1 || :
 }
 
 apt() {
@@ -120,6 +121,7 @@ if [[ " ${missing[*]} " = *" postfix "* ]]; then
         "${as_root[@]}" debconf-set-selections || fail "debconf-set-selections failed"
 fi
 forbid_services
+links_before=$(boot_links)
 status=0
 apt install --no-install-recommends --no-remove "${missing[@]}" || status=$?
 disable_new_services

@@ -28,7 +28,7 @@ mkdir -m 1777 "$logs"
 skipped='^(demo|packaging|man_pages|abi_exports|e2e_footprint|e2e_soak)$'
 
 # The partners of the tests stay as they are.
-programs -not -name '*.real' -not -name join_pieces -not -name bench_sink | while read -r program; do
+programs -not -name '*.real' -not -name bench_sink | while read -r program; do
     [ "$(head -c 4 "$program")" = $'\177ELF' ] || continue
     mv "$program" "$program.real"
     cat >"$program" <<EOF

@@ -134,8 +134,8 @@ std::string_view find_value(const MailProfile* profile, const char* section,
 ProfilePtr open_profile(const char* path, std::uint32_t flags, std::uint32_t* err) noexcept {
     void* const place = std::malloc(sizeof(MailProfile));
     ProfilePtr profile(place != nullptr ? new (place) MailProfile : nullptr);
-    std::size_t size = 0;
     if (profile != nullptr) {
+        std::size_t size = 0;
         profile->flags = flags;
         if (path == nullptr ||
             (load(path, *profile, size) && index_sections({profile->text.get(), size}, *profile)))

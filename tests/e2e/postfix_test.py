@@ -24,7 +24,7 @@ class WholeMail(unittest.TestCase):
         subprocess.run(["localedef", "-i", "ja_JP", "-f", "EUC-JP", locales / "ja_JP.eucJP"],
                        check=True, stderr=subprocess.DEVNULL)
         files = [sandbox.random_file(name, size) for name, size in
-                 (("empty.dat", 0), ("line.dat", 51), ("large.dat", 5 * 1024 * 1024))]
+                 (("empty.dat", 0), ("line.dat", 51), ("large.dat", 300_000))]
         to = ",".join(f"{user}@{e2e.DOMAIN}" for user in USERS)
         for charset, locale in (("shift_jis", "C"), ("euc_jp", "ja_JP.eucJP")):
             with self.subTest(locale=locale):
@@ -49,31 +49,24 @@ class WholeMail(unittest.TestCase):
 
 
 class Pieces(unittest.TestCase):
-    """A mail cut into message/partial pieces, put together again by two other programs."""
+    """A mail cut into message/partial pieces, put together again by another program."""
 
     def test_reassembled_by_others(self):
         files = [sandbox.random_file(name, size) for name, size in
-                 (("first.bin", 700_000), ("small.bin", 51), ("last.bin", 800_000))]
+                 (("first.bin", 150_000), ("small.bin", 51), ("last.bin", 160_000))]
         mail = e2e.Mail(files, text="".join(f"{n:04} 行目、表示のソフト\n" for n in range(350)))
-        for kib in (10, 64, 100):
+        for kib in (10, 100):
             with self.subTest(kib=kib):
                 result = e2e.send(postfix.port, f"u01@{e2e.DOMAIN}",
                                   mail.arguments() + ["split-kib", kib])
                 self.assertEqual(result, (0, ""))
                 pieces = postfix.take_pieces("u01")
-                self.assertGreater(len(pieces), 2_000_000 // (kib * 1024))
+                self.assertGreater(len(pieces), 400_000 // (kib * 1024))
                 folder = sandbox.make(f"pieces-{kib}")
                 names = [folder / f"piece-{number:03}" for number in range(len(pieces))]
                 for name, piece in zip(names, reversed(pieces)):
                     name.write_bytes(piece)
                 self.check_munpack(mail, folder, names)
-                if "OVRMAIL_JOIN_PIECES" in os.environ:
-                    self.check_gmime(mail, names)
-
-    def check_gmime(self, mail, names):
-        whole = subprocess.run([os.environ["OVRMAIL_JOIN_PIECES"], *names], check=True,
-                               stdout=subprocess.PIPE).stdout
-        mail.check(self, whole, joined=True)
 
     def check_munpack(self, mail, folder, names):
         # Debian's munpack creates its note of the total exclusively and so trips over the second

@@ -3,7 +3,6 @@ Postfix that demands TLS and AUTH, and to servers that must not get the mail."""
 import os
 import pathlib
 import re
-import shutil
 import subprocess
 import unittest
 
@@ -12,11 +11,11 @@ import e2e
 FILES = pathlib.Path(__file__).parents[2] / "examples/relay"
 HOST = "localhost"
 USER, PASSWORD = e2e.Dovecot.USER, e2e.Dovecot.PASSWORD
-# The server of the provider, and what stunnel, msmtp and Postfix say of it.
+# The server of the provider, and what stunnel and Postfix say of it.
 CASES = {
-    "other name": ("Subject checks failed", "does not match", "certificate not verified"),
-    "other authority": ("local issuer certificate", "issuer is unknown", "not verified"),
-    "no TLS": ("not RFC 2487 compliant", "does not support TLS", "TLS is required, but was not"),
+    "other name": ("Subject checks failed", "certificate not verified"),
+    "other authority": ("local issuer certificate", "not verified"),
+    "no TLS": ("not RFC 2487 compliant", "TLS is required, but was not"),
     "right": None}
 QUEUED = [f"postfix{number}" for number in range(len(CASES))]  # recipients, one for each case
 
@@ -38,7 +37,7 @@ def setUpModule():
     sandbox = e2e.Sandbox()
     unittest.addModuleCleanup(sandbox.cleanup)
     authority = certificate("authority", "authority.test")
-    provider = e2e.Postfix(sandbox, ["stunnel", "msmtpd", *QUEUED], [
+    provider = e2e.Postfix(sandbox, ["stunnel", *QUEUED], [
         certificate("other", "other.test", authority),
         certificate("foreign", HOST, certificate("nobody", "nobody.test")),
         certificate("right", HOST, authority)])
@@ -69,34 +68,23 @@ class Relays(unittest.TestCase):
         e2e.Mail().check(self, raw)
         self.assertIn(b"with ESMTPSA", raw)  # over TLS, from a client that has logged in
 
-    def test_relays_without_a_queue(self):
-        (sandbox.path / "password").write_text(PASSWORD)
+    def test_stunnel(self):
         log = sandbox.path / "relay.log"
-        for number, (relay, config, failed, account) in enumerate((
-                ("stunnel", "stunnel.conf", -7,
-                 ["mechanisms", 2, "user", USER, "password", PASSWORD]),
-                ("msmtpd", "msmtprc", -6, ()))):
-            if not shutil.which(relay):
-                print(f"skipped: no {relay}; its package and Postfix exclude each other")
-                continue
-            for (case, says), server in zip(CASES.items(), servers):
-                with self.subTest(relay=relay, case=case):
-                    [port] = e2e.free_ports(1)
-                    path = configure(config, sandbox.path, {
-                        "587": server, "2525": port, "agent@example.com": USER})
-                    command = {"stunnel": [relay, path], "msmtpd": [
-                        "env", f"CREDENTIALS_DIRECTORY={sandbox.path}", relay, f"--port={port}",
-                        f"--command=msmtp -C {path} -f %F --"]}[relay]
-                    with log.open("wb") as out:
-                        self.addCleanup(e2e.Server(command, [port], log, stderr=out).stop)
-                    code, detail = self.send(port, relay, account)
-                    if says:
-                        self.assertEqual(code, failed, detail)
-                        self.assertRegex(log.read_text(), says[number])
-                        self.assertFalse(provider.logged(f"to=<{relay}@"))
-                    else:
-                        self.assertEqual((code, detail), (0, ""))
-                        self.expect_delivered(relay)
+        account = ["mechanisms", 2, "user", USER, "password", PASSWORD]
+        for (case, says), server in zip(CASES.items(), servers):
+            with self.subTest(case):
+                [port] = e2e.free_ports(1)
+                path = configure("stunnel.conf", sandbox.path, {"587": server, "2525": port})
+                with log.open("wb") as out:
+                    self.addCleanup(e2e.Server(["stunnel", path], [port], log, stderr=out).stop)
+                code, detail = self.send(port, "stunnel", account)
+                if says:
+                    self.assertEqual(code, -7, detail)
+                    self.assertRegex(log.read_text(), says[0])
+                    self.assertFalse(provider.logged("to=<stunnel@"))
+                else:
+                    self.assertEqual((code, detail), (0, ""))
+                    self.expect_delivered("stunnel")
 
     def test_null_client(self):
         config, log = sandbox.make("client"), sandbox.path / "client.log"
@@ -126,7 +114,7 @@ class Relays(unittest.TestCase):
                 self.assertEqual(self.send(port, user), (0, ""))
                 if says:
                     [said] = e2e.wait_until(lambda user=user: reason(user), f"{user} deferred")
-                    self.assertRegex(said, says[2])
+                    self.assertRegex(said, says[1])
                     self.assertFalse(provider.logged(f"to=<{user}@"))
                     client.stop()
         run("postqueue", "-f")

@@ -9,8 +9,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/resource.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "mail_api.h"
@@ -27,22 +25,8 @@ static MailPopAccount pop_account = {0, 0, "", "", "127.0.0.1", 60};
 static MailEntry auth;
 static const char* sender = "agent@e2e.test";
 static const char* subject = "";
-static uint32_t status_query, descriptor_limit, stack_kib;
-static int64_t heap_kib = -1;
+static uint32_t stack_kib;
 static const char* closed = "";
-static const char* clock_errors = "0"; /* seconds, one for each look at the clock in turn */
-
-/* Takes the place of the C library's for the library as well. */
-time_t time(time_t* out) {
-    static const char* next = "";
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (*next == '\0') next = clock_errors;
-    now.tv_sec += strtol(next, (char**)&next, 10);
-    next += *next == ',';
-    if (out != NULL) *out = now.tv_sec;
-    return now.tv_sec;
-}
 
 static void take(const char* key, char* value) {
     static const struct {
@@ -83,18 +67,10 @@ static void take(const char* key, char* value) {
     } else if (strcmp(key, "password") == 0) {
         snprintf(smtp_account.szPassword, sizeof smtp_account.szPassword, "%s", value);
         snprintf(pop_account.szPassword, sizeof pop_account.szPassword, "%s", value);
-    } else if (strcmp(key, "status-query") == 0) {
-        status_query = number;
     } else if (strcmp(key, "close") == 0) {
         closed = value;
-    } else if (strcmp(key, "descriptor-limit") == 0) {
-        descriptor_limit = number;
-    } else if (strcmp(key, "heap-kib") == 0) {
-        heap_kib = number;
     } else if (strcmp(key, "stack-kib") == 0) {
         stack_kib = number;
-    } else if (strcmp(key, "clock") == 0) {
-        clock_errors = value;
     } else if (strcmp(key, "locale") != 0 || setlocale(LC_ALL, value) == NULL) {
         fprintf(stderr, "send_mail: %s %s: not understood\n", key, value);
         exit(2);
@@ -118,53 +94,21 @@ static struct state look(void) {
 
 static void* call(void* unused) {
     char detail[256] = "untouched";
-    uint32_t status = 0, error = 0;
-    struct rlimit usual, limit;
-    getrlimit(RLIMIT_NOFILE, &usual);
-    limit = usual;
-    if (descriptor_limit != 0) limit.rlim_cur = descriptor_limit;
-    setrlimit(RLIMIT_NOFILE, &limit);
     const struct state before = look();
     const int32_t rc =
-        status_query != 0
-            ? OvRm_GetStatusDovrin(&status, &error)
-            : OvRm_SendEMail(recipients, 1, parts, part_count, sender, subject, "127.0.0.1",
-                             partial_flag, &split, NULL, auth.value != NULL ? &auth : NULL, detail);
+        OvRm_SendEMail(recipients, 1, parts, part_count, sender, subject, "127.0.0.1", partial_flag,
+                       &split, NULL, auth.value != NULL ? &auth : NULL, detail);
     const struct state after = look();
-    setrlimit(RLIMIT_NOFILE, &usual);
     dprintf(kReport, "%d\n%s", (int)rc, detail);
     close(kReport);
     if (memcmp(&before, &after, sizeof before) != 0) exit(3);
     return unused;
 }
 
-/* Leaves so much of the heap. */
-static void use_up_heap(size_t kib) {
-    static void** taken = NULL; /* each block holds where the one before is */
-    void** const left = malloc(kib * 1024 + sizeof *left);
-    long pages = 0;
-    FILE* const statm = fopen("/proc/self/statm", "r");
-    if (left == NULL || statm == NULL || fscanf(statm, "%ld", &pages) != 1) exit(2);
-    fclose(statm);
-    const struct rlimit limit = {(rlim_t)pages * (rlim_t)sysconf(_SC_PAGESIZE), RLIM_INFINITY};
-    if (setrlimit(RLIMIT_AS, &limit) != 0) exit(2);
-    for (size_t size = 1024 * 1024; size >= sizeof *left;) {
-        void** const block = malloc(size);
-        if (block == NULL) {
-            size /= 2;
-        } else {
-            *block = taken;
-            taken = block;
-        }
-    }
-    free(left);
-}
-
 int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; i += 2) take(argv[i], argv[i + 1]);
     if (dup2(STDOUT_FILENO, kReport) < 0) return 2;
     for (const char* fd = closed; *fd != '\0'; ++fd) close(*fd - '0');
-    if (heap_kib >= 0) use_up_heap((size_t)heap_kib);
     if (stack_kib == 0) return call(NULL) != NULL;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);

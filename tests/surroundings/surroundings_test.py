@@ -1,5 +1,5 @@
 """A machine in trouble around the library: full disks, directories that vanish, settings that are
-none, odd process attributes, spent limits, a jumping clock, kill -9.
+none, odd process attributes, kill -9.
 
 Nothing is simulated: small file systems are mounted inside the private directories, limits are the
 kernel's. A row is one call in a process of its own (tests/e2e/send_mail.c, which fails when a call
@@ -16,7 +16,6 @@ import stat
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 
 import receiver
@@ -31,8 +30,8 @@ PAGE, RING_BYTES = 4096, 8192
 ATTACHMENT = "/var/opt/attachment.bin"
 ATTACHED = bytes(range(256)) * 400
 ATTACH = ("attach", ATTACHMENT)
-NO_FILES, TOO_LARGE, FULL = "24", "27", "28"  # errno as detail
-MEMORY, WORK_FILE, TIME_OUT, POP_CONNECT = -2, -3, -4, -18
+TOO_LARGE, FULL = "27", "28"  # errno as detail
+WORK_FILE = -3
 LONG_REPLY = {"EHLO": ("250-" + "x" * 900 + "\r\n") * 6 + "250 ok"}  # more than a page of log
 
 # What every row begins with. full DIRECTORY PAGES [FILES]: so many are left there.
@@ -70,19 +69,6 @@ class Row:
     left: int = 0          # working files
 
 
-class Stage(dict):
-    """Rules of a receiver that does something when it comes to one of them."""
-
-    def __init__(self, rules, stage, action):
-        super().__init__({stage: None, **rules} if stage else rules)
-        self.stage, self.action = stage, action
-
-    def __getitem__(self, rule):
-        if rule == self.stage:
-            self.action()
-        return super().__getitem__(rule)
-
-
 def files(directory):
     path = DATA / directory
     return [file for file in path.iterdir() if file.name != "filler"] if path.is_dir() else []
@@ -108,7 +94,7 @@ class Surroundings(unittest.TestCase):
     def check(self, row):
         """Runs a row; returns the receiver for a further look."""
         shell(FRESH + ("" if row.at else row.prepare))
-        rules = Stage(row.rules, row.at, lambda: shell(SHELL + row.prepare))
+        rules = {**row.rules, **({row.at: lambda: shell(SHELL + row.prepare)} if row.at else {})}
         with self.subTest(row.name), receiver.Receiver(rules) as server:
             self.assertEqual(self.run_helper(server.port, row), (row.code, row.detail))
             self.assertEqual(len(server.mails), row.code >= 0)
@@ -130,24 +116,15 @@ class Surroundings(unittest.TestCase):
 
     def test_full_disk(self):
         for row in (
-                Row("body file cannot be made", "full tmp 99 0", WORK_FILE, FULL),
                 Row("body file", "full tmp 0", WORK_FILE, FULL),
-                Row("half the body", "full tmp 2", WORK_FILE, FULL, text="x" * 10000),
                 Row("composed file cannot be made", "full tmp 99 1", WORK_FILE, FULL),
-                Row("header", "full tmp 1", WORK_FILE, FULL),
-                Row("text", "full tmp 5", WORK_FILE, FULL, text="x" * 10000),
                 Row("attachment", "full tmp 9", WORK_FILE, FULL, keys=ATTACH),
                 Row("no more than is needed", "full tmp 99 2", keys=ATTACH),
                 Row("ring cannot be made", "full tmp2 99 0", traced=False),
-                Row("nor the file beside it", "full tmp2 99 1", traced=False),
-                Row("ring", "full tmp2 0", traced=False),
                 Row("half a ring", "full tmp2 1", traced=False),
                 Row("file beside the ring", "full tmp2 3", traced=False),
                 Row("ring and file", "full tmp2 4"),
-                Row("log cannot be made", "full log 99 0", logged=False),
-                Row("log banner", "full log 0", logged=False),
                 Row("log line", "full log 1", logged=False, rules=LONG_REPLY, keys=ATTACH),
-                Row("all", "full tmp 0; full tmp2 0; full log 0", WORK_FILE, FULL, False, False),
                 Row("log and trace", "full tmp2 0; full log 0", 0, "", False, False)):
             self.check(row)
 
@@ -181,12 +158,9 @@ class Surroundings(unittest.TestCase):
             work, ring, log = (name == directory for directory in ("tmp", "tmp2", "log"))
             self.check(Row(f"{name} {way}", commands, WORK_FILE if work else 0,
                            errno if work else "", not ring, not log))
-            for stage in ("GREETING", "DATA", "END"):
-                # What is open stays so. Only in a closed directory nothing can be deleted.
-                self.check(Row(f"{name} {way} at {stage}", commands, at=stage,
-                               traced=None if ring else True, logged=None if log else True,
-                               left=work and way == "not writable"))
-        self.check(Row("nothing at all", "rm -r $V $E", WORK_FILE, "2", False, False))
+            # What is open stays so. Only in a closed directory nothing can be deleted.
+            self.check(Row(f"{name} {way} later", commands, at="DATA", traced=None if ring else True,
+                           logged=None if log else True, left=work and way == "not writable"))
 
     def test_settings_that_are_none(self):
         ways = {"a program": "cp $H $F", "NUL bytes": "head -c 5000 /dev/zero >$F",
@@ -206,34 +180,19 @@ class Surroundings(unittest.TestCase):
                            before=lambda mask=mask: os.umask(mask)))
             modes = [stat.S_IMODE(files(name)[0].stat().st_mode) for name in ("tmp2", "log")]
             self.assertEqual(modes, [0o644, 0o644 & ~mask])
-        for value, row in (("", Row("")), ("/nowhere", Row("")), ("x" * 5000, Row("")),
-                           ("/tmp", Row("", "full tmp2 99 1", traced=False))):
-            self.check(dataclasses.replace(row, name=f"TMPDIR={value:.9}", before=lambda
-                                           value=value: os.environ.update(TMPDIR=value)))
 
-    def with_pop(self, row, pop_first):
+    def with_pop(self, row):
+        """Runs a row without and with POP before SMTP; returns the commands."""
         with receiver.Receiver(protocol="pop3") as pop:
-            keys = ("pop-port", str(pop.port), "user", "u") if pop_first else ()
-            smtp = self.check(dataclasses.replace(row, keys=(*row.keys, *keys)))
-            return [*pop.commands, *smtp.commands]
+            keys = ("pop-port", str(pop.port), "user", "u")
+            plain = self.check(row)
+            after_pop = self.check(dataclasses.replace(row, keys=(*row.keys, *keys)))
+            return plain.commands, pop.commands, after_pop.commands
 
     def test_closed_descriptors(self):
-        said = {False: set(), True: set()}
-        for closed, quiet, pop_first in itertools.product(
-                ("", "0", "1", "2", "01", "02", "12", "012"), (False, True), (False, True)):
-            row = Row(f"{closed=} {quiet=} {pop_first=}", f"{QUIET} >$E/trc_conf" if quiet else "",
-                      traced=not quiet, logged=not quiet, keys=("close", closed, *ATTACH))
-            said[pop_first].add(tuple(self.with_pop(row, pop_first)))
-        self.assertEqual([len(said[False]), len(said[True])], [1, 1], said)
-
-    @unittest.skipIf(VALGRIND, "valgrind would run out as well")
-    def test_descriptors_run_out(self):
-        for pop_first, wanted in ((False, [WORK_FILE] * 4 + [0] * 3),
-                                  (True, [POP_CONNECT] * 3 + [WORK_FILE] + [0] * 3)):
-            for limit, code in enumerate(wanted, 3):  # 0, 1 and 2 are taken
-                self.with_pop(Row(f"{limit} descriptors {pop_first=}", "", code,
-                                  NO_FILES if code else "", limit > 4, limit > 3,
-                                  ("descriptor-limit", str(limit), *ATTACH)), pop_first)
+        said = [self.with_pop(Row(f"{closed=}", keys=("close", closed, *ATTACH)))
+                for closed in ("", "0", "1", "2", "01", "02", "12", "012")]
+        self.assertEqual(said, said[:1] * len(said))
 
     @unittest.skipIf(VALGRIND, "valgrind would run out as well")
     def test_file_size_limit(self):
@@ -245,78 +204,29 @@ class Surroundings(unittest.TestCase):
                 os.kill(os.getpid(), signal.SIGXFSZ)
             resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
-        query = r"printf '[AGETS]\nTRACELEVEL=1\n' >$E/trc_conf"
         for action, (size, row) in itertools.product(("ignored", "waiting"), (
                 (0, Row("nothing", "", WORK_FILE, TOO_LARGE, False, False)),
                 (1, Row("one byte", "", WORK_FILE, FULL, False, False)),
-                (PAGE, Row("no attachment", "", WORK_FILE, FULL, False, keys=ATTACH)),
                 (PAGE, Row("no long log", "", 0, "", False, False, rules=LONG_REPLY)),
-                (RING_BYTES, Row("enough")),
-                (0, Row("status query", query, -2, "untouched", False, False,
-                        ("status-query", "1"))))):
+                (RING_BYTES, Row("enough")))):
             self.check(dataclasses.replace(row, name=f"{row.name}, SIGXFSZ {action}", before=lambda
                                            size=size, action=action: limited(size, action)))
 
-    @unittest.skipIf(SANITIZED or VALGRIND, "the sanitizers need address space of their own")
-    def test_memory_runs_out(self):
-        codes = []
-        for kib in ("0", "1", "2", "4", "8", "16", "32", "64", "100"):
-            shell(FRESH)
-            with receiver.Receiver() as server:
-                codes.append(self.run_helper(server.port, Row("", keys=("heap-kib", kib))))
-                self.assertEqual(len(server.mails), codes[-1] == (0, ""))
-        failed = codes.count((MEMORY, ""))
-        self.assertEqual(codes, [(MEMORY, "")] * failed + [(0, "")] * (len(codes) - failed))
-        self.assertTrue(0 < failed < len(codes))
-
     def test_small_stack(self):
-        stack = ("stack-kib", "256" if SANITIZED else "64")
-        self.check(Row("plain", keys=(*stack, *ATTACH)))
-        self.with_pop(Row("POP first", keys=(*stack, *ATTACH)), True)
-        with receiver.Receiver() as server:
-            row = Row("in pieces", keys=(*stack, *ATTACH, "split-kib", "10"))
-            self.assertEqual(self.run_helper(server.port, row), (0, ""))
-            self.assertGreater(len(server.mails), 10)
-
-    def test_clock_jumps(self):
-        day = 86400
-        for name, errors in (("to and fro", [0, 59, 7]), ("by a budget less a second", [0, 119]),
-                             ("back again and again", [-day * i for i in range(2000)]),
-                             ("mostly back", [119 * (i % 2) - day * i for i in range(2000)])):
-            self.check(Row(name, keys=("clock", ",".join(map(str, errors)), *ATTACH)))
-        # Set forward by more than a budget counts as time that has passed: at once, not later.
-        shell(FRESH)
-        with receiver.Receiver() as server:
-            row = Row("", keys=("clock", ",".join(str(day * i) for i in range(2000))))
-            self.assertIn(self.run_helper(server.port, row), ((TIME_OUT, ""), (0, "")))
+        self.with_pop(Row("", keys=("stack-kib", "256" if SANITIZED else "64", *ATTACH)))
 
     def test_killed(self):
-        big = pathlib.Path("/var/opt/big.bin")
-        with big.open("wb") as file:
-            file.truncate(16 << 20)  # more than the sockets hold
         shell(FRESH + r"printf '[LOG]\nLOGNUM=5\n' >$E/trc_conf")
-        for count, (stage, keys) in enumerate((
-                ("GREETING", ()), ("EHLO", ()), ("DATA", ()), ("MIDDLE", ("attach", str(big))),
-                ("END", ()), ("GREETING", ()), ("END", ())), 1):
+        for count, stage in enumerate(("GREETING", "DATA", "END", "END"), 1):
             with self.subTest(stage):
-                started, killed = threading.Event(), threading.Event()
-
-                def kill(started=started, killed=killed):
-                    started.wait()
+                with receiver.Receiver({stage: "stall"}) as server:
+                    process = subprocess.Popen([HELPER, "port", str(server.port), "to", "a@e.test"],
+                                               stdout=subprocess.DEVNULL)
+                    self.assertTrue(server.stalled.wait(SLOW_SECONDS))
                     process.kill()
-                    process.wait()
-                    killed.set()
-
-                rules = {"DATA": "354 go"} if stage == "MIDDLE" else {}
-                with receiver.Receiver(Stage(rules, stage, kill)) as server:
-                    process = subprocess.Popen([HELPER, "port", str(server.port), "to", "a@e.test",
-                                                "text", "MIDDLE", *keys], stdout=subprocess.DEVNULL)
-                    started.set()
-                    self.assertTrue(killed.wait(SLOW_SECONDS))
-                self.assertEqual(process.returncode, -signal.SIGKILL)
+                    self.assertEqual(process.wait(), -signal.SIGKILL)
                 with receiver.Receiver() as server:
                     self.assertEqual(self.run_helper(server.port, Row("")), (0, ""))
-                    self.assertEqual(len(server.mails), 1)
                 # The message of the dead stays; rings and logs keep to their number.
                 self.assertEqual([file.name[:3] for file in files("tmp")], ["EST"] * count)
                 self.assertEqual([len(files("tmp2")), len(files("log"))], [min(5, 2 * count)] * 2)

@@ -63,10 +63,8 @@ class Examples(Scratch):
         cases = [  # password, mechanisms, rules, exit status, words
             ("secret", "4", {}, 0, "sent\n"),
             ("wrong", "7", {}, 0, "without authentication"),
-            ("wrong", "7", {"MAIL": "530 insist"}, 1, "wrong user or password: 530 insist"),
             ("secret", "4", {"EHLO": "250 x", "MAIL": "530 insist"}, 1, "no mechanism"),
             ("secret", "4", {"RCPT": "451 later"}, 75, "refused: 451"),
-            ("secret", "4", {"RCPT": "550 never"}, 1, "refused: 550"),
         ]
         for password, mechanisms, rules, status, words in cases:
             with self.subTest(password=password, mechanisms=mechanisms, rules=rules):

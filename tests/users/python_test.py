@@ -32,17 +32,10 @@ def send(receiver, attachments=(), **changes):
     return ovrmail.send(attachments=attachments, **{**usual, **changes})
 
 
-class Hasty(dict):
-    """Rules of a receiver: from the first look into them on, the library waits one second."""
-
-    def __iter__(self):
-        _library.MailTimeout.in_dll(_library._lib, "g_stMailTimeout").ulMailFromTimeOut = 1
-        ctypes.c_uint32.in_dll(_library._lib, "g_ulPopTimeOut").value = 1
-        return super().__iter__()
-
-
-class Closing(dict):
-    """Rules of a receiver that closes the connection where a rule says "stall"."""
+def hasty():
+    """A rule of a receiver: from the next command on the library waits one second."""
+    _library.MailTimeout.in_dll(_library._lib, "g_stMailTimeout").ulMailFromTimeOut = 1
+    ctypes.c_uint32.in_dll(_library._lib, "g_ulPopTimeOut").value = 1
 
 
 class Sending(Scratch):
@@ -179,14 +172,15 @@ class Failures(Scratch):
         cases = [
             (ovrmail.Refused, -6, 0, 0, "refused; it said: 550 no", {"RCPT": "550 no"}, None, {}),
             (ovrmail.Refused, -6, 1, 0, "said: 450 later", {"END": "450 later"}, None, {}),
-            (ovrmail.Refused, -25, 0, 0, "AUTH failed.*: 530", {"MAIL": "530 x"}, None, account),
             (ovrmail.Refused, -26, 1, 0, "none of the .*: 430 x",
              {"EHLO": "250 x", "MAIL": "430 x"}, None, account),
             (ovrmail.Refused, -15, 0, 0, "POP3 login .* -ERR", {}, {**hello, "USER": "-ERR"}, pop),
-            (ovrmail.TimedOut, -4, 1, 1, "may or may not", Hasty(MAIL="stall"), None, {}),
-            (ovrmail.TimedOut, -17, 1, 0, "POP3 .* in time", {}, Hasty(hello, USER="stall"), pop),
-            (ovrmail.SendError, -7, 0, 1, "failed during", Closing(MAIL="stall"), None, {}),
-            (ovrmail.SendError, -16, 0, 0, "to the POP3", {}, Closing(hello, USER="stall"), pop),
+            (ovrmail.TimedOut, -4, 1, 1, "may or may not", {"EHLO": hasty, "MAIL": "stall"},
+             None, {}),
+            (ovrmail.TimedOut, -17, 1, 0, "POP3 .* in time", {},
+             {"GREETING": lambda: hasty() or "+OK", "USER": "stall"}, pop),
+            (ovrmail.SendError, -7, 0, 1, "failed during", {"MAIL": "close"}, None, {}),
+            (ovrmail.SendError, -16, 0, 0, "to the POP3", {}, {**hello, "USER": "close"}, pop),
             (ovrmail.Unreachable, -10, 1, 0, r"Unknown|failure \(", {}, None, {"server": nowhere}),
             (ovrmail.Unreachable, -18, 1, 0, r"Unknown|failure \(", {}, None,
              {**pop, "pop_first": ovrmail.PopFirst(nowhere)}),
@@ -196,9 +190,6 @@ class Failures(Scratch):
         for kind, result, temporary, doubtful, words, rules, pop_rules, changes in cases:
             with self.subTest(words), Receiver(rules, ("user", "right")) as server, \
                     Receiver(pop_rules) as pop_server, mock.patch("tempfile.tempdir", "/no/such"):
-                for peer in (server, pop_server):
-                    if isinstance(peer.rules, Closing):
-                        peer.release.set()
                 if pop_rules:
                     changes = {**changes, "pop_first": ovrmail.PopFirst(port=pop_server.port)}
                 with self.assertRaisesRegex(ovrmail.SendError, words) as caught:
@@ -217,10 +208,8 @@ class Failures(Scratch):
             ({"text": "\ud800"}, -1, "text", "character 1: cannot be sent: .U.D800"),
             ({"subject": "あ" * 33}, -1, "subject", "66 bytes once converted, the limit is 64"),
             ({"recipients": many}, -5, "recipients", "264 bytes .* is 256: use send_each"),
-            ({"recipients": "a@b\rRCPT"}, -5, "recipients", "character 4"),
             ({"sender": "Ops <a@b>"}, -1, "sender", "character 5 cannot stand in it: <"),
             ({"timeouts": ovrmail.Timeouts(end=59)}, -1, "timeouts.end", "from 60 to 3600"),
-            ({"user": "u", "password": "é" * 33}, -1, "password", "66 bytes, needs 0 to 64"),
             ({"attachments": ["/no/such"]}, -8, "attachments", "/no/such.: No such file"),
             ({"attachments": [("../x", b"")]}, -1, "attachments", "a name"),
         ]

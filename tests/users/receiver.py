@@ -5,9 +5,11 @@ the files of a test, the parsing of what arrived.
         ... run a program against server.port ...
     server.mails     the messages as they came (bytes, dots undoubled), one per DATA
     server.commands  every command line
+    server.dialogue  these and every reply, with "S: " and "R: " in front as in the mail log
 
-A rule is the longest prefix of a command that matches; its answer is sent as it is. "stall" never
-answers. AUTH is offered and checked when an account (user, password) is given.
+A rule is the longest prefix of a command that matches, GREETING or END (of a message); its answer
+is sent as it is. "stall" never answers, "close" ends the connection, a function is called for its
+answer (None: the usual one). AUTH is offered and checked when an account (user, password) is given.
 """
 import base64
 import email
@@ -43,17 +45,30 @@ class Scratch(unittest.TestCase):
 
 class _Handler(socketserver.StreamRequestHandler):
     def say(self, text):
+        self.server.owner.dialogue.append("R: " + text)
         self.wfile.write(text.encode("latin-1") + b"\r\n")
 
     def line(self):
         raw = self.rfile.readline()
         if not raw:
             raise EOFError
-        return raw.rstrip(b"\r\n").decode("latin-1")
+        line = raw.rstrip(b"\r\n").decode("latin-1")
+        self.server.owner.dialogue.append("S: " + line)
+        return line
 
-    def rule(self, command):
-        found = [k for k in self.server.owner.rules if command.startswith(k)]
-        return self.server.owner.rules[max(found, key=len)] if found else None
+    def answer(self, command, usual):
+        """Sends what the rule for the command says, or the usual answer."""
+        owner = self.server.owner
+        found = [k for k in owner.rules if command.startswith(k)]
+        answer = owner.rules[max(found, key=len)] if found else None
+        answer = answer() if callable(answer) else answer
+        if answer == "stall":
+            owner.stalled.set()
+            owner.release.wait()
+        if answer in ("stall", "close"):
+            raise EOFError
+        self.say(answer or (usual() if callable(usual) else usual))
+        return answer
 
     def handle(self):
         owner = self.server.owner
@@ -63,49 +78,36 @@ class _Handler(socketserver.StreamRequestHandler):
             pass
 
     def smtp(self, owner):
-        self.say(self.rule("GREETING") or "220 test")
-        while True:
+        hello = "250-test\r\n250 AUTH CRAM-MD5 PLAIN LOGIN" if owner.account else "250 test"
+        usual = {"EHLO": hello, "DATA": "354 go", "QUIT": "221 bye"}
+        self.answer("GREETING", "220 test")
+        verb = ""
+        while verb != "QUIT":
             command = self.line()
             owner.commands.append(command)
             verb = command.split(" ")[0].upper()
-            answer = self.rule(command)
-            if answer == "stall":
-                self.stall(owner)
-            elif answer:
-                self.say(answer)
-            elif verb == "EHLO":
-                self.say("250-test\r\n250 AUTH CRAM-MD5 PLAIN LOGIN" if owner.account else "250 test")
-            elif verb == "AUTH":
-                self.say("235 ok" if self.authenticate(command, owner) else "535 wrong")
-            elif verb == "DATA":
-                self.say("354 go")
+            said = self.answer(command, (lambda: self.authenticate(command, owner)) if verb == "AUTH"
+                               else usual.get(verb, "250 ok"))
+            if verb == "DATA" and not said:
                 owner.mails.append(self.message())
-                answer = self.rule("END") or "250 taken"
-                self.stall(owner) if answer == "stall" else self.say(answer)
-            elif verb == "QUIT":
-                return self.say("221 bye")
-            else:
-                self.say("250 ok")
-
-    def stall(self, owner):
-        owner.stalled.set()
-        owner.release.wait()
-        raise EOFError
+                owner.dialogue.append(f"S: ... the message, {len(owner.mails[-1])} bytes, then a lone dot")
+                self.answer("END", "250 taken")
 
     def authenticate(self, command, owner):
         user, password = owner.account
-        mechanism = command.split(" ")[1]
+        mechanism, *initial = command.split(" ")[1:]
         if mechanism == "PLAIN":
-            return base64.b64decode(command.split(" ")[2]).decode().split("\0")[1:] == [user, password]
-        if mechanism == "LOGIN":
-            answers = []
-            for prompt in ("VXNlcm5hbWU6", "UGFzc3dvcmQ6"):
-                self.say("334 " + prompt)
-                answers.append(base64.b64decode(self.line()).decode())
-            return answers == [user, password]
-        self.say("334 " + base64.b64encode(CHALLENGE).decode())
-        digest = hmac.new(password.encode(), CHALLENGE, "md5").hexdigest()
-        return base64.b64decode(self.line()).decode() == f"{user} {digest}"
+            good = base64.b64decode(initial[0]).decode().split("\0")[1:] == [user, password]
+        elif mechanism == "LOGIN":
+            good = [self.ask(b"Username:"), self.ask(b"Password:")] == [user, password]
+        else:
+            digest = hmac.new(password.encode(), CHALLENGE, "md5").hexdigest()
+            good = self.ask(CHALLENGE) == f"{user} {digest}"
+        return "235 ok" if good else "535 wrong"
+
+    def ask(self, challenge):
+        self.say("334 " + base64.b64encode(challenge).decode())
+        return base64.b64decode(self.line()).decode()
 
     def message(self):
         lines = []
@@ -116,19 +118,16 @@ class _Handler(socketserver.StreamRequestHandler):
         return b"".join(lines)
 
     def pop3(self, owner):
-        self.say(self.rule("GREETING") or "+OK test")
-        while True:
-            command = self.line()
-            owner.commands.append(command)
-            self.say(self.rule(command) or "+OK")
-            if command == "QUIT":
-                return
+        self.answer("GREETING", "+OK test")
+        while "QUIT" not in owner.commands:
+            owner.commands.append(self.line())
+            self.answer(owner.commands[-1], "+OK")
 
 
 class Receiver:
     def __init__(self, rules=None, account=None, protocol="smtp"):
         self.rules, self.account, self.protocol = rules or {}, account, protocol
-        self.mails, self.commands = [], []
+        self.mails, self.commands, self.dialogue = [], [], []
         self.stalled, self.release = threading.Event(), threading.Event()
 
     def __enter__(self):
