@@ -12,8 +12,8 @@
 #include <thread>
 
 #include "mail_log.h"
+#include "support/delivery.hpp"
 #include "support/fault.hpp"
-#include "support/roads.hpp"
 #include "tools/ovrm_trace_log.hpp"
 #include "tools/ovrm_trace_ring.hpp"
 #include "trace.h"
@@ -227,7 +227,7 @@ void expect_in_place(const std::string& output) {
 
 // The first row of the script that fits a command changes the server's reply.
 const struct {
-    Road road;
+    Kind kind;
     Script changes;
     const char* verdict;
 } kServerFaults[] = {
@@ -265,7 +265,7 @@ const struct {
 
 // A call of the machine fails when it is about that text, or the request is another.
 const struct {
-    Road road;
+    Kind kind;
     const char* call;
     const char* about;
     int error;
@@ -290,11 +290,11 @@ const struct {
      "connecting to the POP3 server failed: No route to host (113); result -18"},
 };
 
-void expect_verdict(Journey& journey, const std::string& verdict) {
+void expect_verdict(Delivery& delivery, const std::string& verdict) {
     SCOPED_TRACE(verdict);
     for (const char* const place : {kTraceDir, kLogDir})
-        for (const std::string& file : files_in(place)) fs::remove(fs::path(place) / file);
-    journey.run();
+        for (const std::string& path : paths_in(place)) fs::remove(path);
+    delivery.run();
     const std::string output = run("--last");
     expect_in_place(output);
     std::string said = output.substr(20, output.find('\n') - 20);
@@ -307,18 +307,18 @@ void expect_verdict(Journey& journey, const std::string& verdict) {
 TEST_F(Reader, SaysWhatBecameOfASend) {
     for (const int level : {1, 2}) {
         set_logs(20, level);
-        for (const auto& [road, changes, verdict] : kServerFaults) {
-            Journey journey(road, changes, changes);
+        for (const auto& [kind, changes, verdict] : kServerFaults) {
+            Delivery delivery(kind, changes, changes);
             fault::clear();
-            expect_verdict(journey, verdict);
+            expect_verdict(delivery, verdict);
         }
-        for (const auto& [road, call, about, error, verdict, change] : kLocalFaults) {
+        for (const auto& [kind, call, about, error, verdict, change] : kLocalFaults) {
             std::optional<EucLocale> locale;
-            if (road == kEuc && !locale.emplace().is_set()) continue;
-            Journey journey(road);
-            change(journey.mail);
+            if (kind == kEuc && !locale.emplace().is_set()) continue;
+            Delivery delivery(kind);
+            change(delivery.mail);
             fault::fail_on(call, about, error);
-            expect_verdict(journey, verdict);
+            expect_verdict(delivery, verdict);
         }
     }
 }

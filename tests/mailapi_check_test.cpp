@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "smtp.h"
+#include "support/delivery.hpp"
 #include "support/fault.hpp"
-#include "support/sample_mail.hpp"
-#include "support/support.hpp"
 #include "tools/ovrm_trace_ring.hpp"
 
 namespace {
@@ -49,7 +49,8 @@ const Case kCases[] = {
     {"count 0", [](auto& m) { m.recipient_count = 0; }, -5},
     {"count below 0", [](auto& m) { m.recipient_count = ~0U; }, -5},
     {"count 5", [](auto& m) { m.recipient_count = 5; }, kAccepted},
-    {"recipient kind", [](auto& m) { m.recipient.kind = 2; }, -5},
+    {"recipient kind", [](auto& m) { m.recipient_kind = 2; }, -5},
+    {"recipient null", [](auto& m) { m.has_recipient = false; }, -5},
     {"recipient empty", [](auto& m) { m.to = ""; }, -5},
     {"recipient 256", [](auto& m) { m.to.assign(256, 'a'); }, kAccepted},
     {"recipient 257", [](auto& m) { m.to.assign(257, 'a'); }, -5},
@@ -80,15 +81,11 @@ const Case kCases[] = {
     {"prepared with four parts", parts({5, 6, 3}, false), -1},
     {"prepared in second place", parts({3, 5}, true), -1},
     {"header without prepared", parts({3, 6}, true), -1},
-    // flag, split, time-outs
+    // flag and split
     {"partial 2", [](auto& m) { m.partial = 2; }, -1},
     {"split 9", [](auto& m) { m.split.lSplitSize = 9; }, -1},
     {"split 100", [](auto& m) { m.split.lSplitSize = 100; }, kAccepted},
     {"split 101", [](auto& m) { m.split.lSplitSize = 101; }, -1},
-    {"time-out 59", [](auto& m) { m.time_out.ulConnectTimeOut = 59; }, -1},
-    {"time-out 3600", [](auto& m) { m.time_out.ulEndDataTimeOut = 3600; }, kAccepted},
-    {"time-out 3601", [](auto& m) { m.time_out.ulEndDataTimeOut = 3601; }, -1},
-    {"time-out below 0", [](auto& m) { m.time_out.ulSendDataTimeOut = ~0U; }, -1},
     // texts
     {"subject 64", [](auto& m) { m.subject.assign(64, 's'); }, kAccepted},
     {"subject 65", [](auto& m) { m.subject.assign(65, 's'); }, -1},
@@ -107,8 +104,10 @@ const Case kCases[] = {
     {"user 65", [](auto& m) { m.use_auth(), std::memset(m.account.szUser, 'u', 65); }, -1},
     {"password empty", [](auto& m) { m.use_auth(), m.account.szPassword[0] = 0; }, kAccepted},
     {"password 65", [](auto& m) { m.use_auth(), std::memset(m.account.szPassword, 'p', 65); }, -1},
-    {"mechanisms 8", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 8; }, -1},
-    {"mechanisms 9", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 9; }, kAccepted},
+    {"no mechanism", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 0; }, -1},
+    {"mechanisms not 1 to 4", [](auto& m) { m.use_auth(), m.account.ulMechanisms = ~7U; }, -1},
+    {"mechanism 16", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 16; }, -1},
+    {"mechanisms 17", [](auto& m) { m.use_auth(), m.account.ulMechanisms = 17; }, kAccepted},
     {"pop user empty", [](auto& m) { m.use_pop(), m.pop.szUser[0] = 0; }, -1},
     {"pop password 65", [](auto& m) { m.use_pop(), std::memset(m.pop.szPassword, 'p', 65); }, -1},
     {"pop host empty", [](auto& m) { m.use_pop(), m.pop.szHost[0] = 0; }, -1},
@@ -127,14 +126,31 @@ TEST(Arguments, EachBadOneHasItsCodeBeforeAnythingIsTouched) {
         SCOPED_TRACE(row.name);
         SampleMail mail;
         row.change(mail);
-        fault::fail_on("unlink", support::kWorkDir, 0);  // the first deed of staging
+        fault::fail_on("open", support::kWorkDir, 0);  // the first deed of staging
+        const fault::Watch watch;
         EXPECT_EQ(mail.send_parts(), row.wanted);
         EXPECT_EQ(fault::was_hit(), row.wanted == kAccepted || row.wanted == MAIL_E_ATTACHMENT);
         const bool unknown_host = row.wanted == kAccepted || row.wanted == MAIL_E_POP_CONNECT;
         EXPECT_EQ(std::string(mail.detail.data()),
                   unknown_host ? std::to_string(HOST_NOT_FOUND) : "");
-        EXPECT_TRUE(support::files_in(support::kWorkDir).empty());
+        EXPECT_TRUE(support::paths_in(support::kWorkDir).empty());
     }
+}
+
+TEST(Arguments, EveryTimeOutHasTheSameLimits) {
+    constexpr std::uint32_t MailTimeout::*kFields[] = {
+        &MailTimeout::ulConnectTimeOut,  &MailTimeout::ulMailFromTimeOut,
+        &MailTimeout::ulRcptToTimeOut,   &MailTimeout::ulDataTimeOut,
+        &MailTimeout::ulSendDataTimeOut, &MailTimeout::ulEndDataTimeOut};
+    constexpr std::pair<std::uint32_t, std::int32_t> kLimits[] = {
+        {59, -1}, {60, kAccepted}, {3600, kAccepted}, {3601, -1}, {~0U, -1}};
+    for (const auto field : kFields)
+        for (const auto& [seconds, wanted] : kLimits) {
+            SampleMail mail;
+            mail.time_out.*field = seconds;
+            EXPECT_EQ(mail.send_parts(), wanted) << seconds;
+            EXPECT_TRUE(wanted != kAccepted || g_stMailTimeout.*field == seconds);
+        }
 }
 
 TEST(Arguments, NullPointersLeaveTheDetailUntouched) {
@@ -170,9 +186,13 @@ TEST(Arguments, PartListBeginsWithTheBody) {
 }
 
 TEST(Arguments, WorkDirectoryHasRoomForANameBehindIt) {
-    SampleMail mail;
-    mail.work_dir.assign(1020, '/');
-    EXPECT_EQ(mail.send_parts(), MAIL_E_WORK_FILE);
+    for (const bool is_prepared : {false, true}) {
+        SampleMail mail;
+        if (is_prepared) parts({5}, false)(mail);
+        mail.work_dir.assign(1020, '/');
+        EXPECT_EQ(mail.send_parts(), MAIL_E_WORK_FILE);
+        EXPECT_STREQ(mail.detail.data(), "0");
+    }
 }
 
 const char* const kManager = "/opt/korvanta/etc/korvanta.reg";

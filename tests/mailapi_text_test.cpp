@@ -6,16 +6,17 @@
 #include <filesystem>
 #include <string>
 
+#include "codeset.h"
 #include "mailapi/result_map.hpp"
 #include "mailapi/steps.hpp"
+#include "support/delivery.hpp"
 #include "support/fault.hpp"
-#include "support/roads.hpp"
 #include "support/support.hpp"
 
 namespace {
 
 using namespace ovrmail::mailapi;
-using support::Road;
+using support::Kind;
 namespace fs = std::filesystem;
 
 // A job as it stands after the checks.
@@ -49,10 +50,13 @@ protected:
 };
 
 TEST_F(Euc, NameDecidesTheCode) {
+    constexpr auto kEuc = TextCode::kEuc, kShiftJis = TextCode::kShiftJis,
+                   kOther = TextCode::kOther;
     const std::pair<const char*, TextCode> names[] = {
-        {"ja_JP.eucJP", TextCode::kEuc}, {"JA_JP.EUCJP", TextCode::kEuc}, {"ja", TextCode::kEuc},
-        {"ja_JP.ujis", TextCode::kEuc},  {"SJIS", TextCode::kShiftJis},   {"JA", TextCode::kOther},
-        {"C", TextCode::kOther},
+        {"eucJP", kEuc},     {"EUC", kEuc},        {"euc", kEuc},         {"ja", kEuc},
+        {"ja_JP", kEuc},     {"ja_JP.ujis", kEuc}, {"ja_JP.eucJP", kEuc}, {"JA_JP.EUCJP", kEuc},
+        {"SJIS", kShiftJis}, {"PCK", kShiftJis},   {"JA", kOther},        {"EUCJP", kOther},
+        {"C", kOther},
     };
     for (const auto& [name, code] : names) {
         std::error_code exists;
@@ -61,6 +65,10 @@ TEST_F(Euc, NameDecidesTheCode) {
         ASSERT_NE(std::setlocale(LC_ALL, name), nullptr) << name;
         EXPECT_EQ(locale_text_code(), code) << name;
     }
+    // Names that this C library does not take.
+    EXPECT_STREQ(stEucLangInfo[0].name, "ja_JP.euc");
+    EXPECT_STREQ(stSjisLangInfo[0].name, "ja_JP.PCK");
+    EXPECT_STREQ(stSjisLangInfo[3].name, "ja_JP.SJIS");
 }
 
 TEST_F(Euc, TextIsConvertedLineByLine) {
@@ -98,13 +106,13 @@ TEST_F(Euc, WithoutConverterTextGoesOutEmpty) {
 }
 
 TEST_F(Euc, FailedConversionIsReportedUnlessSomethingElseIs) {
-    const std::pair<Road, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
+    const std::pair<Kind, std::int32_t> cases[] = {{support::kPlain, MAIL_SENT_UNCONVERTED},
                                                    {support::kHelo, MAIL_SENT_UNAUTHENTICATED},
                                                    {support::kPrepared, MAIL_SENT}};
-    for (const auto& [road, wanted] : cases) {
-        support::Journey journey(road);
-        journey.mail.subject = "\xA4";
-        EXPECT_EQ(journey.run().result, wanted) << support::name_of(road);
+    for (const auto& [kind, wanted] : cases) {
+        support::Delivery delivery(kind);
+        delivery.mail.subject = "\xA4";
+        EXPECT_EQ(delivery.run().result, wanted) << support::name_of(kind);
     }
 }
 

@@ -6,8 +6,8 @@
 
 #include "ovrmail.hpp"
 #include "smtp.h"
+#include "support/delivery.hpp"
 #include "support/fault.hpp"
-#include "support/roads.hpp"
 
 namespace {
 
@@ -15,16 +15,10 @@ using namespace std::chrono_literals;
 using ovrmail::Outcome;
 using Strings = std::vector<std::string>;
 
-// A mail and the servers it goes through; `changes` are rows of the mail server.
+// A mail and the servers it goes through; `changes` are rows of both.
 struct Delivery {
     explicit Delivery(const support::Script& changes = {})
-        : smtp(support::friendly(changes), {.any_order = true}),
-          pop({{"", "+OK\r\n"},
-               {"USER", "+OK\r\n"},
-               {"PASS", "+OK\r\n"},
-               {"STAT", "+OK 0 0\r\n"},
-               {"QUIT", "+OK\r\n"}},
-              {.any_order = true}) {
+        : smtp(support::friendly(changes)), pop(support::friendly_pop(changes)) {
         ::setenv("TMPDIR", dir.path().c_str(), 1);
         server.port = smtp.port();
         fault::clear();
@@ -92,7 +86,7 @@ TEST(Header, FilesPiecesAndAccounts) {
     EXPECT_GT(one.smtp.bodies().size(), 3U);
     const MailTimeout budgets{61, 62, 63, 64, 65, 66};
     EXPECT_EQ(std::memcmp(&g_stMailTimeout, &budgets, sizeof budgets), 0);
-    EXPECT_EQ(support::files_in(one.dir.path()), Strings{"kept.bin"});
+    EXPECT_EQ(support::paths_in(one.dir.path()), Strings{one.dir.file("kept.bin")});
 
     Delivery other;
     other.use_pop();
@@ -197,7 +191,7 @@ TEST(Header, AFinishedMessageArrivesAsItWas) {
     const Outcome full = one.send_message(start + "text");
     fault::clear();
     EXPECT_TRUE(full.result() == -3 && full.temporary()) << full.text();
-    EXPECT_EQ(support::files_in(one.dir.path()), Strings{});
+    EXPECT_EQ(support::paths_in(one.dir.path()), Strings{});
     EXPECT_EQ(one.send_message(start + "a\n" + std::string(999, 'b')).text(),
               "not sent: message: line 5: 999 bytes, the limit is 998");
     EXPECT_EQ(one.send_message("Hello").text(), "not sent: message: line 1: no header field");
@@ -215,7 +209,7 @@ TEST(Header, EachRecipientHasAnOutcome) {
 }
 
 TEST(Header, ThreadsQueueUp) {
-    support::ScriptedServer slow(support::friendly(), {.any_order = true, .reply_delay_ms = 5});
+    support::ScriptedServer slow(support::friendly(), support::Runs::kInThread);
     const ovrmail::Server server{"127.0.0.1", slow.port()};
     std::vector<std::future<std::int32_t>> results;
     for (int i = 0; i < 4; ++i) {

@@ -1,5 +1,5 @@
-// Lines seen ahead, blocks, the clock's arithmetic, connecting, recipients. What every call may do
-// to a conversation, and how long it may wait, hostile/rules.cpp tells; what any answer does,
+// Lines seen ahead, waits, blocks, the clock's arithmetic, connecting, recipients. What a failing
+// call and a server that misbehaves come to, mailapi_result_test tells; what any answer does,
 // fuzz/reply_fuzz.cpp.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -53,7 +54,7 @@ struct Pair : Faults {
 TEST(Receive, LinesSeenAheadAreTakenOneByOne) {
     const struct {
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         int calls;
     } cases[] = {{0, {0}, 4}, {4, {1}, 8}, {9, {-1, EINTR}, 14}, {5, {0}, 10}};
     for (const auto& c : cases) {
@@ -76,7 +77,7 @@ TEST(Send, TakesNothing) {
     const struct {
         bool is_pop;
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         std::int32_t result;
         const char* log;
     } cases[] = {
@@ -97,6 +98,27 @@ TEST(Send, TakesNothing) {
         EXPECT_EQ(pair.heard(), row.result == 0 ? "STAT\r\n" : "");
         EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
     }
+}
+
+// A wait of 10 seconds, three times interrupted after 3, ends after 10.
+TEST(Wait, GoesOnAfterASignal) {
+    const std::string much(1 << 20, 'x');
+    const std::pair<std::int32_t, std::function<std::int32_t(Pair&)>> cases[] = {
+        {-6,
+         [&](Pair& pair) {
+             return SMTP_recv(pair.ends[0], std::array<char, 99>{}.data(), 99, nullptr);
+         }},
+        {-6, [&](Pair& pair) { return SMTP_send(pair.ends[0], much.data(), 1 << 20, nullptr); }},
+        {-17, [](Pair& pair) { return Pop3_STAT(pair.ends[0], nullptr, nullptr, nullptr); }},
+    };
+    Pop3_SetTimeOut(10, nullptr);
+    for (const auto& [result, wait] : cases) {
+        Pair pair;
+        pair.plan("poll", 3, {-1, EINTR, 3});
+        EXPECT_EQ(wait(pair), result);
+        EXPECT_EQ(pair.now, 1'000'010);
+    }
+    Pop3_SetTimeOut(60, nullptr);
 }
 
 // Each send takes 9 of the 10 seconds that a block has.
@@ -194,7 +216,7 @@ TEST(Connect, Attempts) {
     const struct {
         const char* call;
         std::size_t times;
-        Outcome outcome;
+        CallResult outcome;
         std::int32_t result;  // 1: connected, kAll: the client's code for an unknown host
         int calls;
         const char* log;
@@ -208,7 +230,7 @@ TEST(Connect, Attempts) {
         {"gethostbyname_r", 1, {0, HOST_NOT_FOUND}, kAll, 1, "hostbyname_r code=0 detail=1"},
         {"gethostbyname_r", 1, {ERANGE, NETDB_INTERNAL}, kAll, 1, "code=0 detail=-1"},
     };
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     for (const Client& client : kClients)
         for (const auto& row : cases) {
             SCOPED_TRACE(std::string(client.name) + row.call + row.log);
@@ -225,6 +247,17 @@ TEST(Connect, Attempts) {
             EXPECT_NE(log.text().find(row.log), std::string::npos) << log.text();
             if (fd >= 0) ::close(fd);
         }
+}
+
+// The pause between two attempts is a whole second, also when signals arrive.
+TEST(Connect, InterruptedPauseGoesOn) {
+    Faults faults;
+    faults.plan("connect", 1, {-1, ECONNREFUSED});
+    faults.plan("sleep", 1, {-1, EINTR});
+    faults.plan("clock_nanosleep", 2, {EINTR});
+    ScriptedServer server(friendly());
+    EXPECT_GE(::close(SMTP_connect("127.0.0.1", server.port(), nullptr)), 0);
+    EXPECT_EQ(faults.calls["clock_nanosleep"], 3);
 }
 
 TEST(Connect, PortsAndAddresses) {
@@ -254,7 +287,7 @@ TEST(Connect, PortsAndAddresses) {
 
 // A small write goes out at once, and a child of the host does not inherit the connection.
 TEST(Connect, SocketOptions) {
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     for (const Client& client : kClients) {
         const int fd = client.connect("127.0.0.1", server.port(), nullptr);
         int no_delay = 0;
@@ -282,7 +315,7 @@ TEST(Session, Recipients) {
         {"a", "b," + longest + "x,c", -23, "MAIL FROM:<a>\r\nRCPT TO:<b>\r\n"},
     };
     for (const auto& [from, recipients, result, wire] : cases) {
-        ScriptedServer server(friendly(), {.any_order = true});
+        ScriptedServer server(friendly());
         std::uint32_t err = 99;
         const int sock = SMTP_connect("127.0.0.1", server.port(), &err);
         EXPECT_EQ(SMTP_initialize(sock, nullptr, &err), 0);
@@ -297,10 +330,29 @@ TEST(Session, Recipients) {
     }
 }
 
+TEST(Session, RefusedPopCommands) {
+    const std::pair<const char*, std::int32_t> cases[] = {
+        {"", -2}, {"USER", -3}, {"PASS", -4}, {"STAT", -5}, {"QUIT", -8}};
+    for (const auto& [command, result] : cases) {
+        LogCapture log;
+        ScriptedServer server(friendly_pop({{command, "-ERR no\r\n"}}));
+        std::array<char, 1028> text{};
+        const Faults faults;
+        const int sock = Pop3_Connect("127.0.0.1", server.port(), nullptr, nullptr);
+        std::int32_t rc = Pop3_Login(sock, "user", "secret", text.data(), nullptr, nullptr);
+        EXPECT_EQ(log.text().find("S: ******") != std::string::npos, result < -3);
+        if (rc == 0) rc = Pop3_STAT(sock, text.data(), nullptr, nullptr);
+        if (rc == 0) rc = Pop3_Logout(sock, text.data(), nullptr, nullptr);
+        EXPECT_EQ(rc, result);
+        EXPECT_STREQ(text.data(), "-ERR no\r\n");
+        ::close(sock);
+    }
+}
+
 TEST(Session, EmptyHostName) {
     Faults faults;
     faults.plan("gethostname", 1, {0});
-    ScriptedServer server(friendly(), {.any_order = true});
+    ScriptedServer server(friendly());
     const int sock = SMTP_connect("127.0.0.1", server.port(), nullptr);
     EXPECT_EQ(SMTP_initialize(sock, nullptr, nullptr), -5);
     ::close(sock);

@@ -25,6 +25,7 @@
 #include <ctime>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "support/scripted_server.hpp"
 
@@ -47,33 +48,28 @@ Order g_order;
 std::string g_hit;
 std::string g_about;
 int g_error = 0;
-long g_hits = 0;
 long g_blocks = 0;
 int g_descriptors = 0;
-long g_slept_ms = 0;
-time_t g_clock_offset = 0;
-
-constexpr int kSliceMs = 2;
-constexpr int kLongestRealWaitMs = 60;  // with a plan: for a server thread on a busy machine
+long g_passed_ms = 0;
+long g_passed_before_ms = 0;  // until clear()
 
 // What is planned for this call.
-std::optional<Outcome> planned(const char* function) {
+std::optional<CallResult> planned(const char* function) {
     if (t_plan == nullptr) return {};
     ++t_plan->calls[function];
     auto& queue = t_plan->next[function];
     if (queue.empty()) return {};
-    const Outcome outcome = queue.front();
+    const CallResult result = queue.front();
     queue.pop_front();
-    t_plan->now += outcome.seconds;
-    if (outcome.result == -1) errno = outcome.error;
-    return outcome;
+    t_plan->now += result.seconds;
+    if (result.result == -1) errno = result.error;
+    return result;
 }
 
 void hit(std::string_view function, std::string_view about, int error) {
     g_hit = function;
     g_about = about;
     errno = g_error = error;
-    ++g_hits;
 }
 
 bool ordered(std::string_view function, std::string_view about) {
@@ -87,6 +83,13 @@ bool ordered(std::string_view function, std::string_view about) {
 
 // Whether this call is the n-th, or that one made again.
 bool strikes(std::string_view function, std::string_view about) {
+    constexpr std::string_view kInterruptible =
+        " open read write pread pread64 pwrite pwrite64 fallocate64 ftruncate64 close unlink send "
+        "recv "
+        "poll select connect ";
+    if (g_fault.mode == Mode::kInterrupt &&
+        kInterruptible.find(" " + std::string(function) + " ") == kInterruptible.npos)
+        return false;
     if (g_countdown > 0) {
         if (--g_countdown != 0) return false;
         g_again = g_fault.times;
@@ -194,19 +197,23 @@ void put_node(char* name, std::size_t size) {
     if (has_node()) name[t_plan->node.copy(name, size - 1)] = '\0';
 }
 
-bool peer_is_silent(int fd) {
-    sockaddr_in peer{};
-    socklen_t size = sizeof peer;
-    return ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-           ntohs(peer.sin_port) == support::silent_port();
-}
-
-void pass_seconds(time_t seconds) { (t_plan != nullptr ? t_plan->now : g_clock_offset) += seconds; }
-void sleep_ms(long ms) {
-    g_slept_ms += ms;
-    pass_seconds(ms / 1000);
+void pass_ms(long ms) {
+    g_passed_ms += ms;
+    if (t_plan != nullptr) t_plan->now += ms / 1000;
 }
 bool is_virtual() { return t_watched || t_plan != nullptr; }
+
+// While it lives, a server works on this thread.
+struct Elsewhere {
+    Elsewhere() { t_watched = false, t_plan = nullptr; }
+    ~Elsewhere() { t_watched = watched, t_plan = plan, errno = error; }
+    Elsewhere(const Elsewhere&) = delete;
+    Elsewhere& operator=(const Elsewhere&) = delete;
+    const bool watched = t_watched;
+    Faults* const plan = t_plan;
+    const int error = errno;
+};
+
 const char* seen_peer(const sockaddr* peer) {
     if (t_plan != nullptr) std::memcpy(&t_plan->peer, peer, sizeof t_plan->peer);
     return "";
@@ -224,7 +231,8 @@ void clear() {
     g_order = {};
     g_hit.clear();
     g_about.clear();
-    g_blocks = g_slept_ms = 0;
+    g_passed_before_ms += std::exchange(g_passed_ms, 0);
+    g_blocks = 0;
     g_descriptors = 0;
 }
 void fail_nth(int n, Fault fault) {
@@ -240,10 +248,9 @@ bool was_hit() { return !g_hit.empty(); }
 std::string last_hit() { return g_hit; }
 std::string last_about() { return g_about; }
 int last_error() { return g_error; }
-long hits() { return g_hits; }
 long heap_blocks() { return g_blocks; }
 int descriptors() { return g_descriptors; }
-long slept_ms() { return g_slept_ms; }
+long passed_ms() { return g_passed_ms; }
 
 }  // namespace fault
 
@@ -309,7 +316,6 @@ WRAP(int, unlinkat, (int fd, const char* name, int flags), (fd, name, flags), na
 WRAP(int, rename, (const char* from, const char* to), (from, to), from, same)
 WRAP(int, stat, (const char* path, struct stat* out), (path, out), path, same)
 WRAP(int, stat64, (const char* path, struct stat64* out), (path, out), path, same)
-WRAP(int, fstat, (int fd, struct stat* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fstat64, (int fd, struct stat64* out), (fd, out), fault::path_of(fd), same)
 WRAP(int, fstatat64, (int fd, const char* name, struct stat64* out, int flags),
      (fd, name, out, flags), name, same)
@@ -366,13 +372,13 @@ int __real_gethostbyname_r(const char* name, hostent* entry, char* buffer, std::
 int __wrap_gethostbyname_r(const char* name, hostent* entry, char* buffer, std::size_t size,
                            hostent** result, int* error) {
     // No name server is asked: a name under "invalid" is unknown everywhere (RFC 6761).
-    auto outcome = fault::planned("gethostbyname_r");
-    if (!outcome && std::string_view(name).ends_with(".invalid"))
-        outcome = {ENOENT, HOST_NOT_FOUND};
-    if (!outcome) return __real_gethostbyname_r(name, entry, buffer, size, result, error);
+    auto planned = fault::planned("gethostbyname_r");
+    if (!planned && std::string_view(name).ends_with(".invalid"))
+        planned = {ENOENT, HOST_NOT_FOUND};
+    if (!planned) return __real_gethostbyname_r(name, entry, buffer, size, result, error);
     *result = nullptr;
-    *error = outcome->error;
-    return static_cast<int>(outcome->result);
+    *error = planned->error;
+    return static_cast<int>(planned->result);
 }
 int __real_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
                            std::size_t size, servent** result);
@@ -384,40 +390,49 @@ int __wrap_getservbyname_r(const char* name, const char* protocol, servent* entr
     return other ? *other : __real_getservbyname_r(name, protocol, entry, buffer, size, result);
 }
 
-// Waits in virtual time: once the server has fallen silent, the clock jumps.
 int __real_poll(pollfd* fds, nfds_t count, int wait_ms);
 int __wrap_poll(pollfd* fds, nfds_t count, int wait_ms) {
     if (const auto other = fault::instead<int>("poll", ""); other) return *other;
-    if (!fault::is_virtual()) return __real_poll(fds, count, wait_ms);
-    const int longest =
-        fault::t_plan != nullptr ? std::min(wait_ms, fault::kLongestRealWaitMs) : wait_ms;
-    for (int waited = 0; waited < longest && !fault::peer_is_silent(fds->fd);
-         waited += fault::kSliceMs) {
-        const int ready = __real_poll(fds, count, fault::kSliceMs);
-        if (ready != 0) return ready;
+    const bool is_virtual = fault::is_virtual();
+    std::optional<int> ready;
+    int passed_ms = 0;
+    {
+        const fault::Elsewhere elsewhere;
+        ready = support::wait_for_server(*fds, wait_ms, passed_ms);
     }
-    const int ready = __real_poll(fds, count, 0);
-    if (ready == 0) fault::pass_seconds(wait_ms / 1000);
-    return ready;
+    if (!ready) {
+        ready = __real_poll(fds, count, is_virtual ? 0 : wait_ms);
+        if (ready == 0) passed_ms = wait_ms;
+    }
+    if (is_virtual) fault::pass_ms(passed_ms);
+    return *ready;
 }
 int __real_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* wait);
 int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* wait) {
     if (!fault::t_watched) return __real_select(count, in, out, other, wait);
     if (fault::fails("select", "")) return -1;
-    fault::sleep_ms(wait->tv_sec * 1000 + wait->tv_usec / 1000);
+    fault::pass_ms(wait->tv_sec * 1000 + wait->tv_usec / 1000);
     return 0;
 }
 unsigned __real_sleep(unsigned seconds);
 unsigned __wrap_sleep(unsigned seconds) {
     if (!fault::is_virtual()) return __real_sleep(seconds);
     fault::planned("sleep");
-    fault::sleep_ms(static_cast<long>(seconds) * 1000);
+    fault::pass_ms(static_cast<long>(seconds) * 1000);
     return 0;
+}
+int __real_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* rest);
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* rest) {
+    const auto other = fault::instead<int>("clock_nanosleep", "");
+    return other ? *other : __real_clock_nanosleep(clock, flags, end, rest);
 }
 time_t __real_time(time_t* out);
 time_t __wrap_time(time_t* out) {
+    static const time_t begin = __real_time(nullptr);
+    const long passed_ms = fault::g_passed_before_ms + fault::g_passed_ms;
     const time_t now = fault::t_plan != nullptr ? fault::t_plan->now
-                                                : __real_time(nullptr) + fault::g_clock_offset;
+                       : fault::t_watched       ? begin + passed_ms / 1000
+                                                : __real_time(nullptr);
     if (out != nullptr) *out = now;
     return now;
 }

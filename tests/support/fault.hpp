@@ -1,8 +1,9 @@
-// fault.hpp - makes system and heap calls of the library fail, and time pass at once.
+// fault.hpp - makes system and heap calls of the library fail, and time pass at once: under a Watch
+// or Faults no wait takes time, but each moves the clock.
 //
 // Programs that use it link with fault_support and wrap the functions of OVR_FAULT_WRAP (see
-// tests/CMakeLists.txt). Only calls made by the thread that holds a Watch or Faults are concerned:
-// the scripted servers run on others.
+// tests/CMakeLists.txt). Only calls made by the thread that holds a Watch or Faults are concerned.
+// Scripted servers work while the library waits in poll(); what they call themselves is not.
 #pragma once
 
 #include <netinet/in.h>
@@ -19,7 +20,7 @@ namespace fault {
 
 enum class Mode {
     kFail,       // the call fails; the heap always with ENOMEM
-    kInterrupt,  // the call is interrupted; not the heap
+    kInterrupt,  // the call is interrupted; only those that a signal may interrupt
     kHalf,       // read, write, send and recv do half of what was asked
 };
 
@@ -32,7 +33,7 @@ struct Fault {
     int times;
 };
 
-// While it lives, calls of this thread are counted, fail as ordered, and wait in virtual time.
+// While it lives, calls of this thread are counted and fail as ordered.
 class Watch {
 public:
     Watch();
@@ -41,25 +42,24 @@ public:
     Watch& operator=(const Watch&) = delete;
 };
 
-struct Outcome {
+struct CallResult {
     long result;      // what the call returns; above 0 for read, write, send, recv: the most bytes
     int error = 0;    // errno, or h_errno for gethostbyname_r
     int seconds = 0;  // that the call takes
 };
 
-// While it lives, planned outcomes stand for the next calls, and the clock is its own: a wait in
-// vain takes no time, but moves it.
+// While it lives, planned results stand for the next calls, and the clock is its own.
 struct Faults {
     Faults();
     ~Faults();
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
-    void plan(const std::string& call, std::size_t times, Outcome outcome) {
-        next[call].insert(next[call].end(), times, outcome);
+    void plan(const std::string& call, std::size_t times, CallResult result) {
+        next[call].insert(next[call].end(), times, result);
     }
 
-    std::map<std::string, std::deque<Outcome>> next;  // by name of the call
-    std::map<std::string, int> calls;                 // how often it was called
+    std::map<std::string, std::deque<CallResult>> next;  // by name of the call
+    std::map<std::string, int> calls;                    // how often it was called
     std::time_t now = 1'000'000;
     std::vector<std::string> services;  // names asked of getservbyname_r
     std::string node;                   // node and host name, beside a fixed host id; "": the real
@@ -80,10 +80,9 @@ bool was_hit();            // whether a fault took place since clear()
 std::string last_hit();    // the function hit last
 std::string last_about();  // the path or bytes it was about, see fail_on()
 int last_error();          // the errno it got
-long hits();               // calls hit since the program began
 long heap_blocks();        // blocks, mappings, converters taken under a Watch since clear(), and
                            // not given back
 int descriptors();         // descriptors and streams opened and not closed, likewise
-long slept_ms();           // virtual time passed in sleep() and select() since clear()
+long passed_ms();          // virtual time since clear(): waits, pauses, planned calls
 
 }  // namespace fault

@@ -1,22 +1,25 @@
 // scripted_server.hpp - the other end of a conversation, as a table. Speaks whatever the rows say,
-// so it is a mail server, a POP3 server, or one that misbehaves. A thread on a loopback port;
+// so it is a mail server, a POP3 server, or one that misbehaves. It listens on a loopback port;
 // every byte that arrives is kept.
 //
-//   ScriptedServer server({{"", "220 hi\r\n"},            // sent without waiting: the greeting
-//                          {"EHLO", "250-hi\r\n250 SIZE\r\n"},
-//                          {"MAIL", "250 ok\r\n"},
-//                          {"RCPT", "550 no\r\n", Then::kClose}});
+//   ScriptedServer server(friendly({{"RCPT", "550 no\r\n", Then::kClose}}));
 //   send_a_mail(server.port());
-//   EXPECT_EQ(server.problem(), "");                      // no command out of the script
+//   EXPECT_EQ(server.problem(), "");                      // no command without a row
 //   EXPECT_EQ(server.commands()[1], "MAIL FROM:<a@b>\r\n");
 //
-// A row whose `expect` is kBody takes a message up to its end mark. dribble() sends a reply byte by
-// byte. Connections are served one after the other; what is kept is of the first. friendly() is a
-// whole server in one table, in any order.
+// The first row that fits a command answers it, again and again; the row of "" is the greeting,
+// that of kBody takes a message up to its end mark. Connections are served one after the other;
+// what is kept is of the first.
+//
+// Without a thread of its own it works while its client waits: the poll() of support/fault calls
+// wait_for_server(), and no wait takes real time.
 #pragma once
+
+#include <poll.h>
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -35,25 +38,21 @@ enum class Then {
 };
 
 struct Row {
-    std::string expect;  // beginning of the command; "": nothing is awaited
+    std::string expect;  // beginning of the command
     std::string reply;   // bytes to send; "": none
     Then then = Then::kGoOn;
     std::size_t part = 0;               // bytes sent at once; 0: all
+    int pause_s = 0;                    // before each part; not with a thread
     std::function<void()> before = {};  // what happens elsewhere before the reply
 };
 
-inline Row dribble(Row row) { return row.part = 1, row; }
-
 using Script = std::vector<Row>;
 
-struct ServerOptions {
-    bool any_order = false;  // first row that fits, again and again; "" is the greeting
-    int reply_delay_ms = 0;  // before each reply
-};
+enum class Runs { kInClient, kInThread };
 
 class ScriptedServer {
 public:
-    explicit ScriptedServer(Script script, ServerOptions options = {});
+    explicit ScriptedServer(Script script, Runs runs = Runs::kInClient);
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -62,48 +61,56 @@ public:
 
     // What was seen. The first of these calls ends the server: what has been sent to it until then
     // is still read and answered.
-    // First line that the script did not expect, or "".
+    // First line without a row, or "".
     const std::string& problem() { return finish(), problem_; }
-    const std::string& received() { return first().received; }
+    const std::string& received() { return finish(), first_.received; }
     // Lines with CR LF, messages without CR LF . CR LF.
-    const std::vector<std::string>& commands() { return first().commands; }
-    const std::vector<std::string>& bodies() { return first().bodies; }
+    const std::vector<std::string>& commands() { return finish(), first_.commands; }
+    const std::vector<std::string>& bodies() { return finish(), first_.bodies; }
 
 private:
     struct Session {
         int fd = -1;
-        std::string received, pending;
+        std::string received, pending;  // pending: not yet taken as commands
         std::vector<std::string> commands, bodies;
+        const Row* row = nullptr;  // being answered
+        std::string owed;          // of its reply
+        int pause_s = 0;           // until the next part
+        bool body_follows = false, silent = false, deaf = false, client_left = false;
     };
+    enum class Did { kNothing, kTook, kSaid };
 
-    void run();
-    void serve_in_order(Session& session);
-    void serve_any_order(Session& session);
-    bool answer(Session& session, const Row& row);
-    bool take(Session& session, bool body, std::string& out);
-    bool wait(int fd);
+    friend std::optional<int> wait_for_server(pollfd& client, int wait_ms, int& passed_ms);
+    void serve_until_stopped();
+    Did serve();
+    bool accept();
+    bool read();
+    bool take(std::string& line);
+    void answer(const std::string& line);
+    Did say();
+    void end_session(bool reset = false);
+    bool wait(int ms, int other);
     void finish();
-    const Session& first() { return finish(), first_; }
 
-    Script script_;
-    ServerOptions options_;
+    const Script script_;
+    const Runs runs_;
     std::uint16_t port_ = 0;
     int listener_ = -1;
     int stop_[2] = {-1, -1};
     std::string problem_;
-    bool body_follows_ = false;
-    Session first_;
+    Session now_, first_;
     bool served_ = false;
     std::thread thread_;
 };
 
-// Rows of an SMTP server that accepts everything; rows of `changes` come first, so that
-// friendly({{"RCPT", "550 no\r\n"}}) refuses recipients. Use with any_order.
-Script friendly(Script changes = {});
+// Waits like poll() for what the client's socket is asked, while the server at its other end works.
+// Time passes without being waited for: `passed_ms`. Nothing, when there is no such server.
+std::optional<int> wait_for_server(pollfd& client, int wait_ms, int& passed_ms);
 
-// Port of the server that last reached a row that stalls: who waits for it in virtual time need
-// not wait at all.
-int silent_port();
+// Rows of an SMTP server that accepts everything; rows of `changes` come first, so that
+// friendly({{"RCPT", "550 no\r\n"}}) refuses recipients.
+Script friendly(Script changes = {});
+Script friendly_pop(Script changes = {});
 
 // A loopback port that refuses connections.
 std::uint16_t refusing_port();

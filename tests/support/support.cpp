@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "mail_log.h"
 #include "trace.h"
@@ -15,7 +15,11 @@
 namespace support {
 
 TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ovrmail-XXXXXX").string();
+    // Private directories are in memory (private_dirs.sh).
+    const bool is_private = std::getenv("OVRMAIL_PRIVATE_DIRS") != nullptr;
+    const std::filesystem::path parent =
+        is_private ? "/var/opt" : std::filesystem::temp_directory_path();
+    std::string pattern = (parent / "ovrmail-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) std::abort();
     path_ = pattern;
 }
@@ -30,8 +34,9 @@ void write_file(const std::string& path, std::string_view bytes) {
 }
 
 std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream all;
+    all << std::ifstream(path, std::ios::binary).rdbuf();
+    return all.str();
 }
 
 std::string times(std::size_t n, std::string_view text) {
@@ -43,11 +48,6 @@ std::string times(std::size_t n, std::string_view text) {
 std::string word(std::int64_t value) {
     const auto low = static_cast<std::uint32_t>(value);
     return {reinterpret_cast<const char*>(&low), sizeof low};
-}
-
-int open_descriptors() {
-    const std::filesystem::directory_iterator fds("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the iterator's own
 }
 
 LogCapture::LogCapture() {

@@ -30,7 +30,6 @@ void write_file(const std::string& path, std::string_view bytes);
 std::string read_file(const std::string& path);
 std::string times(std::size_t n, std::string_view text);
 std::string word(std::int64_t value);  // the low 32 bits as this machine stores them
-int open_descriptors();
 
 // What the library writes to the mail log while this lives.
 class LogCapture {

@@ -1,8 +1,7 @@
-// roads.hpp - one send on each road through the library, against servers of which single rows are
-// changed. What a test wants to know about it is in an Outcome.
+// delivery.hpp - one send of each kind, against servers of which single rows are changed, and what
+// a test wants to know about it.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,17 +11,17 @@
 
 namespace support {
 
-enum Road : unsigned {
-    kPlain = 1,      // text and two attachments, one of them temporary
+enum Kind : unsigned {
+    kPlain = 1,      // text and two attachments, one of them temporary; two recipients
     kAuth = 2,       // the same, with SMTP AUTH
     kHelo = 4,       // the same, and a server that knows no EHLO
-    kPartial = 8,    // the same, in four pieces
+    kPartial = 8,    // the same, longer, in four pieces
     kPop = 16,       // the same, POP before SMTP
     kPrepared = 32,  // a prepared content file and header file
-    kEuc = 64,       // Japanese text and two attachments, to be sent in an EucLocale
+    kEuc = 64,       // Japanese text and two attachments, in an EucLocale
 };
-inline constexpr Road kAllRoads[] = {kPlain, kAuth, kHelo, kPartial, kPop, kPrepared, kEuc};
-const char* name_of(Road road);
+inline constexpr Kind kKinds[] = {kPlain, kAuth, kHelo, kPartial, kPop, kPrepared, kEuc};
+const char* name_of(Kind kind);
 
 // While it lives, the process runs in an EUC locale, if localedef can make one.
 class EucLocale {
@@ -37,10 +36,11 @@ private:
     bool is_set_ = false;
 };
 
-struct Outcome {
+struct SendResult {
     std::int32_t result = 0;
     std::string detail;
     std::string last_log;            // last line of the mail log
+    long seconds = 0;                // of the replaced clock
     bool traced = false;             // the ring holds records
     bool temporary_kept = false;     // the temporary attachment is still there
     std::vector<std::string> trash;  // paths of working files left behind
@@ -58,12 +58,13 @@ struct Outcome {
 // Every line ends with its LF.
 std::string normal(const std::string& text);
 
-class Journey {
+class Delivery {
 public:
     // The first row of `changes` that fits a command replaces the friendly one.
-    explicit Journey(Road road, Script smtp_changes = {}, Script pop_changes = {});
+    explicit Delivery(Kind kind, Script smtp_changes = {}, Script pop_changes = {},
+                      Runs runs = Runs::kInClient);
 
-    Outcome run();
+    SendResult run();
     std::string message();  // what the server took, normal(), each piece with an end mark
 
     SampleMail mail;
@@ -71,10 +72,17 @@ public:
     ScriptedServer pop;
 
 private:
-    std::string file(const char* name) const { return files_.file(name); }
-
     TempDir files_;
     std::vector<std::string> paths_;
 };
+
+// Sets the number of log files and the trace level, 0 for none.
+void set_logs(int log_number, int trace_level);
+std::vector<std::string> paths_in(const std::string& directory, const std::string& prefix = "");
+std::string log_path();
+// The mail log of this process, without its time stamps and banners.
+std::vector<std::string> log_lines();
+// The ring of this process, if there is one.
+std::string ring_bytes();
 
 }  // namespace support
