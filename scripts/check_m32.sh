@@ -11,7 +11,9 @@ if ! scripts/install_packages.sh build test m32; then
 fi
 . scripts/compiler_cache.sh
 jobs=$(nproc)
-flags=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=-m32 "-DCMAKE_CXX_FLAGS=-m32 -D_GLIBCXX_ASSERTIONS")
+# <asm/...> is found where the 64-bit compiler has it.
+m32="-m32 -idirafter /usr/include/x86_64-linux-gnu"
+flags=(-DCMAKE_BUILD_TYPE=Debug "-DCMAKE_C_FLAGS=$m32" "-DCMAKE_CXX_FLAGS=$m32 -D_GLIBCXX_ASSERTIONS")
 
 gtest=$PWD/build-m32/googletest
 if [ ! -e "$gtest/lib/libgtest.a" ]; then

@@ -20,7 +20,7 @@ declare -A groups=(
     [package]="build-essential debhelper dpkg-dev dh-python libgmime-3.0-dev pkgconf"
     [users]="python3 mandoc lintian pkg-config dpkg-dev gzip rpm libgmime-3.0-dev"
     [demo]="g++ cmake make python3"
-    [m32]="g++-multilib"
+    [m32]="g++-12-multilib"  # g++-multilib excludes the compilers of the ports
     [ports]="cmake make googletest qemu-user"
     [port-arm64]="g++-aarch64-linux-gnu"
     [port-armhf]="g++-arm-linux-gnueabihf"
@@ -101,6 +101,10 @@ apt() {
 }
 
 [ $# -gt 0 ] || usage
+find_missing "$@"
+[ ${#missing[@]} -gt 0 ] || exit 0
+exec 9<"$0"
+flock 9 # one at a time
 find_missing "$@"
 [ ${#missing[@]} -gt 0 ] || exit 0
 
