@@ -278,7 +278,7 @@ class Sending(Scratch):
             with self.subTest(options=options):
                 said = tool("-n", *ADDRESSES, *options)
                 self.assertEqual(words in said.stderr, wanted, said.stderr)
-        for zone, wanted in (("XXX-9", False), ("XXX-9:30", True), ("XXX-1YYY,0/0,J365/25", True)):
+        for zone, wanted in (("JST-9", False), ("JST-9:30", True), ("CET-1CEST,0/0,J365/25", True)):
             said = subprocess.run([TOOL, "-n", *ADDRESSES, "-b", ""], capture_output=True, text=True,
                                   env=dict(os.environ, TZ=zone))
             self.assertEqual("the Date field says" in said.stderr, wanted, zone)
