@@ -14,11 +14,11 @@ mapfile -t programs < <(git ls-files --cached --others --exclude-standard -- 'ex
 [ ${#programs[@]} -gt 0 ] || { echo "check_analysis: git lists no program here"; exit 1; }
 
 # What cannot be found here is a header of the system. A loop that an algorithm could replace is no
-# fault.
+# fault. A member that only structured bindings read counts as never used.
 run_cppcheck() {
     cppcheck --quiet -j "$(nproc)" --enable=warning,performance,portability,style --inline-suppr \
-        --suppress=missingIncludeSystem --suppress=useStlAlgorithm --error-exitcode=1 \
-        -I. -Iinclude "$@"
+        --suppress=missingIncludeSystem --suppress=useStlAlgorithm \
+        --suppress=unusedStructMember --error-exitcode=1 -I. -Iinclude "$@"
 }
 
 check_cppcheck() {

@@ -57,10 +57,10 @@ void put_bytes(std::string& line, std::string_view data, std::size_t column) {
 
 // Text in quotes; one of several lines stands below, line by line.
 void put_text(std::string& line, std::string_view data, std::size_t column) {
-    const bool fits = data.size() <= kTextRow && data.find('\n') >= data.size() - 1;
-    line += fits ? ": " : ":";
-    if (fits) line.append("\"").append(escaped(data)).append("\"");
-    while (!fits && !data.empty()) {
+    const bool one_line = data.size() <= kTextRow && data.find('\n') >= data.size() - 1;
+    line += one_line ? ": " : ":";
+    if (one_line) line.append("\"").append(escaped(data)).append("\"");
+    while (!one_line && !data.empty()) {
         const std::size_t end = std::min(data.find('\n'), data.size() - 1) + 1;
         const std::string_view row = data.substr(0, std::min(end, kTextRow));
         line.append("\n").append(column, ' ').append("\"").append(escaped(row)).append("\"");

@@ -64,11 +64,11 @@ const char* role_words(Role role, bool whole) {
 }  // namespace
 
 std::string number_words(Data data, std::int32_t value) {
-    const std::string number = std::to_string(value);
+    const std::string digits = std::to_string(value);
     const bool is_error = data == Data::kErrno || data == Data::kResolver || data == Data::kLookup;
     const std::string words =
         is_error && value != 0 ? message_of(data, value) : words_of(ending_of(data, value));
-    return words.empty() ? number : number + " (" + words + ")";
+    return words.empty() ? digits : digits + " (" + words + ")";
 }
 
 std::string error_words(Data data, std::int32_t error) {
