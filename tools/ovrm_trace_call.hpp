@@ -41,8 +41,8 @@ std::vector<Item> in_brief(const std::vector<Item>& items);
 
 // The time of the first and of the last record.
 struct Span {
-    std::time_t first;
-    std::time_t last;
+    std::int64_t first;
+    std::int64_t last;
 };
 Span span_of(const Call& call);
 

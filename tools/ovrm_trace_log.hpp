@@ -19,7 +19,7 @@ enum class Entry {
 };
 
 struct LogLine {
-    std::time_t time = 0;
+    std::int64_t time = 0;
     Entry entry = Entry::kOther;
     std::string text;                    // without the time
     std::vector<std::string> continued;  // further lines of the same entry

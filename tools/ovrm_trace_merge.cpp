@@ -52,7 +52,7 @@ constexpr std::string_view kEhloBegins = "AUTHR0000";
 constexpr std::string_view kEhloEnds = "AUTHRFFFF";
 constexpr std::string_view kEhloFails = "AUTHR0010";
 
-constexpr std::time_t kApart = 1;  // seconds between a point and its entry
+constexpr std::int64_t kApart = 1;  // seconds between a point and its entry
 
 using Lines = std::span<const LogLine>;
 

@@ -21,15 +21,16 @@ constexpr std::size_t kPointWidth = 16;
 constexpr std::size_t kTimeWidth = sizeof "2026-11-21 08:12:30";  // with a blank
 
 // "2026-11-21T08:12:30+0900"
-std::string local_iso(std::time_t time) {
+std::string local_iso(std::int64_t time) {
+    const auto seconds = static_cast<std::time_t>(time);
     std::tm parts{};
-    ::localtime_r(&time, &parts);
+    ::localtime_r(&seconds, &parts);
     std::array<char, 64> text{};
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &parts)};
 }
 
 // "2026-11-21 08:12:30 name "
-std::string head(std::time_t time, const std::string& name) {
+std::string head(std::int64_t time, const std::string& name) {
     std::string text = local_iso(time);
     text.resize(text.size() - (sizeof "+0900" - 1));
     std::replace(text.begin(), text.end(), 'T', ' ');
@@ -69,7 +70,7 @@ void put_text(std::string& line, std::string_view data, std::size_t column) {
 }
 
 std::string raw_text(const Record& record, const std::string& name) {
-    std::string line = head(static_cast<std::time_t>(record.time), name);
+    std::string line = head(record.time, name);
     const std::size_t column = line.size() + kPointWidth + 1;
     put_point(line, record);
     put_bytes(line, record.data, column);
@@ -81,7 +82,7 @@ std::string raw_text(const Record& record, const std::string& name) {
 std::string plain_text(const Record& record, const std::string& name) {
     const Meaning* const meaning = meaning_of(record.point);
     if (meaning == nullptr) return raw_text(record, name);
-    std::string line = head(static_cast<std::time_t>(record.time), name);
+    std::string line = head(record.time, name);
     const std::size_t column = line.size() + kPointWidth + 1;
     put_point(line, record);
     line += record_words(*meaning, record);
@@ -95,14 +96,13 @@ std::string plain_text(const Record& record, const std::string& name) {
     return line + "\n";
 }
 
-std::string json_head(const char* source, const std::string& file, std::time_t time) {
+std::string json_head(const char* source, const std::string& file, std::int64_t time) {
     return std::string(R"({"source":")") + source + R"(","file":)" + quoted(file) + R"(,"time":)" +
            std::to_string(time) + R"(,"local":)" + quoted(local_iso(time));
 }
 
 std::string json(const Record& record, const std::string& file, Form form) {
-    std::string line = json_head("ring", file, static_cast<std::time_t>(record.time)) +
-                       R"(,"point":)" + quoted(record.point);
+    std::string line = json_head("ring", file, record.time) + R"(,"point":)" + quoted(record.point);
     if (!record.data.empty()) {
         line +=
             R"(,"data":)" + quoted(hex(record.data)) + R"(,"ascii":)" + quoted(ascii(record.data));

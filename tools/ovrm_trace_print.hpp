@@ -29,7 +29,7 @@ std::string shown(const Record& record, const Origin& origin, Form form);
 std::string shown(const LogLine& line, const Origin& origin, Form form);
 
 struct Verdict {
-    std::time_t time;
+    std::int64_t time;
     std::string label;  // of the plain form
     std::string text;
     std::optional<std::int32_t> result;

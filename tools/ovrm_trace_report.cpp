@@ -49,12 +49,12 @@ void Report::add(const Call& call, const Origin& ring) {
 
 void Report::add(const Item& item, const Origin& ring) {
     if (const LogLine* const line = as_line(item)) {
-        time_ = std::max(time_, static_cast<std::uint64_t>(line->time));
+        time_ = std::max<std::int64_t>(time_, line->time);
         lines_.push_back({time_, shown(*line, {options_.mail_log, ""}, options_.form)});
         return;
     }
     const Record& record = *as_record(item);
-    time_ = std::max<std::uint64_t>(time_, record.time);
+    time_ = std::max(time_, record.time);
     if (record.point.starts_with(options_.prefix))
         lines_.push_back({time_, shown(record, ring, options_.form)});
 }

@@ -36,14 +36,14 @@ public:
 
 private:
     struct Line {
-        std::uint64_t time;
+        std::int64_t time;
         std::string text;
     };
 
     const Options& options_;
     std::string verdicts_;
     std::vector<Line> lines_;
-    std::uint64_t time_ = 0;  // the latest in the stream so far
+    std::int64_t time_ = 0;  // the latest in the stream so far
 };
 
 }  // namespace ovrm_trace

@@ -81,7 +81,7 @@ public:
         if (!cut.whole) return 4;
         if (cut.end <= seam) return cut.gap ? 2 : 0;
         const Record crossing = record(start, cut.end);
-        const bool backwards = cut.next != npos && time_at(cut.next) < crossing.time;
+        const bool backwards = cut.next != npos && std::int64_t{time_at(cut.next)} < crossing.time;
         return (backwards ? 2 : 0) + (is_odd(crossing, usual) ? 2 : 0);
     }
     [[nodiscard]] std::size_t seam_of(std::size_t file_offset) const { return file_offset - next_; }

@@ -11,7 +11,7 @@
 namespace ovrm_trace {
 
 struct Record {
-    std::uint32_t time = 0;  // seconds since the Epoch
+    std::int64_t time = 0;  // seconds since the Epoch
     std::string point;
     std::string data;      // empty: none
     std::size_t at = 0;    // offset in the file at which the record starts
