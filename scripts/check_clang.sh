@@ -1,7 +1,8 @@
 #!/bin/bash
 # check_clang.sh - builds the library, its tools and examples with clang++, and reads the tests; a
-# warning is an error, and what is shipped must be hardened here too. Exit status 0 also when the
-# compiler cannot be installed; a line says so.
+# warning is an error, and what is shipped must be hardened here too. Under CI=true only the tests:
+# check_style.sh gives clang's warnings of the rest. Exit status 0 also when the compiler cannot be
+# installed; a line says so.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,9 +15,11 @@ configure() {
     cmake --preset release -B build-clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
         -DOVRMAIL_BUILD_TESTS="$1" >/dev/null
 }
-configure OFF
-cmake --build build-clang --parallel "$(nproc)"
-tests/hardening_test.sh build-clang/libovrmail.so.1 build-clang/tools/ovrm-{send,trace}
+if [ "${CI:-}" != true ]; then
+    configure OFF
+    cmake --build build-clang --parallel "$(nproc)"
+    tests/hardening_test.sh build-clang/libovrmail.so.1 build-clang/tools/ovrm-{send,trace}
+fi
 
 # Warnings need no code: of the tests none is made.
 configure ON
