@@ -44,8 +44,8 @@ fetch_converters() {
     rm -rf "$apt"
 }
 
-# Left out: cases that bound real time.
-slow='Reader.Follows*:Signals.EveryWaitIsTakenUpAgain'
+# Left out: a case that bounds real time, and a storm of signals, under which qemu makes no progress.
+slow='Reader.Follows*:Signals.*'
 status=0
 for port in "$@"; do
     triplet=${triplets[$port]}
