@@ -18,7 +18,6 @@ constexpr std::string_view kEndFailed = "smtp0410";
 constexpr std::string_view kQuitFailed = "smtp0410-2";
 constexpr std::string_view kEhloEnds = "AUTHRFFFF";
 constexpr std::string_view kSessionOpen = "smtp01FF";
-constexpr std::string_view kAuthFailed = "smtp0125";
 constexpr std::string_view kNoConverter = "CHANGE0010";
 constexpr std::string_view kNotConverted = "CHANGE0020";
 
@@ -53,9 +52,8 @@ std::string accepted(const Items& items) {
 }
 
 std::string why_unauthenticated(const Items& items) {
-    std::string why = failure_at(kAuthFailed, items);
     const std::size_t end = behind(kSessionOpen, items);  // a mail may go out without a login
-    if (why.empty() && end != 0) why = Failure(items, end - 1).text();
+    const std::string why = end == 0 ? "" : Failure(items, end - 1).text();
     return why.empty() && behind(kEhloEnds, items) != 0 ? "the server does not know EHLO" : why;
 }
 
