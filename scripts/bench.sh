@@ -1,7 +1,8 @@
 #!/bin/bash
 # bench.sh [ROUNDS [MINUTES]] - measures the library beside its peers: installs them, builds, runs,
-# and writes docs/performance.md with its tables and pictures. A quiet machine gives quiet figures; seven rounds take some twenty
-# minutes there, and after MINUTES of rounds, 30 without an argument, no new one begins.
+# and writes docs/performance.md with its tables and pictures. A quiet machine gives quiet figures;
+# seven rounds take some twenty minutes there, and after MINUTES of rounds, 30 without an argument,
+# no new one begins.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

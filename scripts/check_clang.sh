@@ -1,7 +1,7 @@
 #!/bin/bash
 # check_clang.sh - builds the library, its tools and examples with clang++, and reads the tests; a
-# warning is an error, and what is shipped must be hardened here too. Under CI=true only the tests:
-# check_style.sh gives clang's warnings of the rest. Exit status 0 also when the compiler cannot be
+# warning is an error, and what is shipped must be hardened here too. Under CI=true it only reads
+# examples and tests: check_style.sh gives clang's warnings of library and tools. Exit status 0 also when the compiler cannot be
 # installed; a line says so.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,11 +21,11 @@ if [ "${CI:-}" != true ]; then
     tests/hardening_test.sh build-clang/libovrmail.so.1 build-clang/tools/ovrm-{send,trace}
 fi
 
-# Warnings need no code: of the tests none is made.
+# Warnings need no code: none is made here.
 configure ON
 python3 - build-clang/compile_commands.json <<'END' | xargs -0 -P "$(nproc)" -n 1 sh -c
 import json, sys
 for entry in json.load(open(sys.argv[1])):
-    if any(part in entry["file"] for part in ("/tests/", "/bench/")):
+    if any(part in entry["file"] for part in ("/tests/", "/bench/", "/examples/")):
         print("cd", entry["directory"], "&&", entry["command"], "-fsyntax-only", end="\0")
 END
