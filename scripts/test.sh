@@ -23,6 +23,6 @@ done
 status=0
 for preset in asan dev; do
     echo "== tests: $preset"
-    ctest --preset "$preset" --parallel "$jobs" --no-tests=error "$@" </dev/null || status=1
+    ctest --preset "$preset" --parallel "$jobs" --no-tests=error --no-label-summary "$@" </dev/null || status=1
 done
 exit $status
